@@ -1,0 +1,3 @@
+#pragma once
+
+#define RFMSG_EXPORT __attribute__((visibility("default")))

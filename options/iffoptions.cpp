@@ -61,6 +61,9 @@ void IFFOptions::set_options_to_default()
 
 bool IFFOptions::write_IFF_options_file(QString path) const
 {
+    // Qt warns on stderr about an empty file name; the options stay quiet.
+    if (path.isEmpty())
+        return false;
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
         return false;

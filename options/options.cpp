@@ -4,6 +4,7 @@
 #include <QDomDocumentFragment>
 #include <QDomElement>
 #include <QDomNodeList>
+#include <QHash>
 
 #include "options/option.h"
 #include "options/optionnames.h"
@@ -95,12 +96,23 @@ void Options::load_from_dom(const QDomDocument& document, const QString& tag)
     const QDomElement group = document.elementsByTagName(tag).item(0).toElement();
     if (group.isNull())
         return;
+    // The rule of set_option, with an index of the names met so far: a file
+    // of many records must not make loading quadratic.
+    QHash<QString, std::size_t> positions;
     const QString optionTag = QLatin1String(OptionName::OptionElement);
     for (QDomElement element = group.firstChildElement(optionTag); !element.isNull();
          element = element.nextSiblingElement(optionTag)) {
-        set_option(element.attribute(QLatin1String(OptionName::NameAttribute)),
-                   element.attribute(QLatin1String(OptionName::ValueAttribute)),
-                   element.attribute(QLatin1String(OptionName::TipAttribute)));
+        const QString name = element.attribute(QLatin1String(OptionName::NameAttribute));
+        const QString value = element.attribute(QLatin1String(OptionName::ValueAttribute));
+        const QString tip = element.attribute(QLatin1String(OptionName::TipAttribute));
+        const auto known = positions.constFind(name);
+        if (known == positions.constEnd()) {
+            positions.insert(name, m_options.size());
+            m_options.push_back(new Option(name, value, tip));
+        } else {
+            m_options[*known]->set_value(value);
+            m_options[*known]->set_tip(tip);
+        }
     }
 }
 

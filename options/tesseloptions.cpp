@@ -40,6 +40,9 @@ void TesselOptions::set_options_to_default()
 
 bool TesselOptions::read_xml_file(std::string name)
 {
+    // Qt warns on stderr about an empty file name; the options stay quiet.
+    if (name.empty())
+        return false;
     QFile file(QString::fromStdString(name));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return false;
@@ -57,6 +60,8 @@ bool TesselOptions::read_xml_file(std::string name)
 
 bool TesselOptions::write_xml_file(std::string name)
 {
+    if (name.empty())
+        return false;
     QFile file(QString::fromStdString(name));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
         return false;

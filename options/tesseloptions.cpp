@@ -7,10 +7,42 @@
 #include <QDomElement>
 #include <QFile>
 #include <QTextStream>
+#include <QXmlStreamReader>
 
 #include "options/optionnames.h"
 
 namespace Tessel {
+
+namespace {
+
+// The DOM parser recurses once per level of nesting, and so does freeing the
+// tree: a deeply nested file would overflow the stack. An options file is three
+// levels deep; anything past this is refused like a malformed file.
+constexpr int maximumNesting = 256;
+
+// A flat pass over the content: true when it is well-formed and no deeper than
+// maximumNesting.
+bool isShallowXml(const QByteArray& content)
+{
+    QXmlStreamReader reader(content);
+    int depth = 0;
+    while (!reader.atEnd()) {
+        switch (reader.readNext()) {
+        case QXmlStreamReader::StartElement:
+            if (++depth > maximumNesting)
+                return false;
+            break;
+        case QXmlStreamReader::EndElement:
+            --depth;
+            break;
+        default:
+            break;
+        }
+    }
+    return !reader.hasError();
+}
+
+} // namespace
 
 TesselOptions::TesselOptions() : m_option_file_name(OptionName::DefaultOptionsFile) {}
 
@@ -47,8 +79,13 @@ bool TesselOptions::read_xml_file(std::string name)
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return false;
 
+    const QByteArray content = file.readAll();
+    file.close();
+    if (!isShallowXml(content))
+        return false;
+
     QDomDocument document(QLatin1String(OptionName::DocumentType));
-    if (!document.setContent(&file, false))
+    if (!document.setContent(content, false))
         return false;
 
     // Groups are found by name anywhere: neither the root nor the document

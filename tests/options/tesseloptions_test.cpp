@@ -155,6 +155,13 @@ TEST_F(TesselOptionsTest, UnreadableOrMalformedFileGivesDefaultsAndIsLeftAlone)
     QByteArray binary;
     for (int i = 0; i < 4096; ++i)
         binary.append(static_cast<char>((i * 37) & 0xff));
+    const QByteArray deep =
+        QByteArray("<a>").repeated(100000) + QByteArray("</a>").repeated(100000);
+    QByteArray entityBomb = "<!DOCTYPE T [<!ENTITY a0 \"lollollollollollollollollollol\">";
+    for (int i = 1; i < 10; ++i)
+        entityBomb += "<!ENTITY a" + QByteArray::number(i) + " \"" +
+                      ("&a" + QByteArray::number(i - 1) + ";").repeated(10) + "\">";
+    entityBomb += "]><T><GeneralOptions><Option name=\"x\" value=\"&a9;\"/></GeneralOptions></T>";
     QByteArray hugeUnclosed = "<TesselOptions><GeneralOptions>";
     while (hugeUnclosed.size() < 8 * 1024 * 1024)
         hugeUnclosed += R"(<Option name="Filler" value="0123456789abcdef" tip=""/>)";
@@ -187,6 +194,12 @@ TEST_F(TesselOptionsTest, UnreadableOrMalformedFileGivesDefaultsAndIsLeftAlone)
                        R"(<T><GeneralOptions><Option name="a" value="R&D"/></GeneralOptions></T>)");
          }},
         {"very large and unclosed", [&](const QString& path) { writeFile(path, hugeUnclosed); }},
+        {"nested far deeper than any options file",
+         [&](const QString& path) { writeFile(path, "<T>" + deep + "<GeneralOptions/></T>"); }},
+        {"deeply nested and unclosed",
+         [&](const QString& path) { writeFile(path, deep.left(deep.size() / 2)); }},
+        {"entities expanding to billions of characters",
+         [&](const QString& path) { writeFile(path, entityBomb); }},
     };
     const OptionsTestSupport::MessageRecorder messages;
     for (const auto& row : cases) {
@@ -215,7 +228,7 @@ TEST_F(TesselOptionsTest, WellFormedFileIsTakenAsItIsWithoutDefaults)
     const struct
     {
         const char* name;
-        const char* xml;
+        QByteArray xml;
         Records general;
         Records iff;
     } cases[] = {
@@ -248,6 +261,12 @@ TEST_F(TesselOptionsTest, WellFormedFileIsTakenAsItIsWithoutDefaults)
          R"(<GeneralOptions><Option name="ignored" value="3"/></GeneralOptions></TesselOptions>)",
          {{"g", "2", ""}},
          {{"i", "1", ""}}},
+        {"group a hundred levels down",
+         "<T>" + QByteArray("<a>").repeated(100) +
+             R"(<GeneralOptions><Option name="n" value="v" tip=""/></GeneralOptions>)" +
+             QByteArray("</a>").repeated(100) + "</T>",
+         {{"n", "v", ""}},
+         {}},
         {"CRLF line ends and a byte order mark",
          "\xef\xbb\xbf<!DOCTYPE Tessel_Options>\r\n<TesselOptions>\r\n    <GeneralOptions>\r\n"
          "        <Option tip=\"\" name=\"n\" value=\"v\"/>\r\n    </GeneralOptions>\r\n"

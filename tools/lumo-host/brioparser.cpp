@@ -74,7 +74,7 @@ void BRIOParser::parseStatement(std::vector<BRIOStatement>& statements)
         skipSpace();
         if (peek() == '=') {
             if (name == "list" || name == "NULL")
-                fail("cannot assign to the reserved word " + name);
+                failAt("cannot assign to the reserved word " + name, line, column);
             advance();
             statement.target = name;
         } else {
@@ -181,7 +181,7 @@ BRIOExpression BRIOParser::parseNumber()
         }
     }
     if (!digits)
-        fail("malformed number");
+        failAt("malformed number", expression.line, expression.column);
     if ((peek() == 'e' || peek() == 'E') &&
         (isDigit(peek(1)) || ((peek(1) == '-' || peek(1) == '+') && isDigit(peek(2))))) {
         integral = false;
@@ -191,8 +191,12 @@ BRIOExpression BRIOParser::parseNumber()
         while (isDigit(peek()))
             advance();
     }
-    if (isIdentifierChar(peek()) || peek() == '.')
-        fail("malformed number: " + m_text.substr(start, m_position - start) + describe(peek()));
+    if (isIdentifierChar(peek()) || peek() == '.') {
+        while (isIdentifierChar(peek()) || peek() == '.')
+            advance();
+        failAt("malformed number " + m_text.substr(start, m_position - start), expression.line,
+               expression.column);
+    }
 
     // from_chars knows no leading '+' and ignores the locale, which Qt sets from the environment.
     std::size_t first = start;
@@ -206,13 +210,14 @@ BRIOExpression BRIOParser::parseNumber()
         const auto parsed = std::from_chars(begin, end, value);
         if (parsed.ec != std::errc() || value < std::numeric_limits<int>::min() ||
             value > std::numeric_limits<int>::max())
-            fail("integer " + spelled + " does not fit in 32 bits");
+            failAt("integer " + spelled + " does not fit in 32 bits", expression.line,
+                   expression.column);
         expression.literal = BRIOValue(static_cast<int>(value));
     } else {
         double value = 0.0;
         const auto parsed = std::from_chars(begin, end, value);
         if (parsed.ec != std::errc())
-            fail("real " + spelled + " is out of range");
+            failAt("real " + spelled + " is out of range", expression.line, expression.column);
         expression.literal = BRIOValue(value);
     }
     return expression;
@@ -225,7 +230,8 @@ BRIOExpression BRIOParser::parseDoubleQuoted()
     std::string value;
     for (;;) {
         if (atEnd())
-            failAtEnd("unterminated string: missing closing \"");
+            failAtEndFrom("unterminated string: missing closing \"", expression.line,
+                          expression.column);
         const char c = peek();
         if (c == '"') {
             advance();
@@ -234,7 +240,8 @@ BRIOExpression BRIOParser::parseDoubleQuoted()
         if (c == '\\') {
             advance();
             if (atEnd())
-                failAtEnd("unterminated string: missing closing \"");
+                failAtEndFrom("unterminated string: missing closing \"", expression.line,
+                              expression.column);
             const char escaped = peek();
             if (escaped == 'n')
                 value += '\n';
@@ -263,7 +270,8 @@ BRIOExpression BRIOParser::parseDoubledSingleQuoted()
     // Taken literally up to the next doubled single quote; no escapes.
     const std::size_t close = m_text.find("''", m_position);
     if (close == std::string::npos)
-        failAtEnd("unterminated string: missing closing ''");
+        failAtEndFrom("unterminated string: missing closing ''", expression.line,
+                      expression.column);
     std::string value = m_text.substr(m_position, close - m_position);
     while (m_position < close + 2)
         advance();
@@ -309,6 +317,11 @@ void BRIOParser::fail(const std::string& message) const
     throw ParseFailure{{message, m_line, m_column, false}};
 }
 
+void BRIOParser::failAt(const std::string& message, int line, int column) const
+{
+    throw ParseFailure{{message, line, column, false}};
+}
+
 void BRIOParser::failAtEnd(const std::string& message) const
 {
     throw ParseFailure{{message, m_line, m_column, true}};
@@ -321,4 +334,9 @@ BRIOExpression BRIOParser::startExpression(BRIOExpression::Kind kind) const
     expression.line = m_line;
     expression.column = m_column;
     return expression;
+}
+
+void BRIOParser::failAtEndFrom(const std::string& message, int line, int column) const
+{
+    throw ParseFailure{{message, line, column, true}};
 }

@@ -46,7 +46,10 @@ private:
     char peek(std::size_t ahead = 0) const;
     void advance();
     [[noreturn]] void fail(const std::string& message) const;
+    [[noreturn]] void failAt(const std::string& message, int line, int column) const;
     [[noreturn]] void failAtEnd(const std::string& message) const;
+    // The text ended inside what starts at line:column (a string).
+    [[noreturn]] void failAtEndFrom(const std::string& message, int line, int column) const;
     BRIOExpression startExpression(BRIOExpression::Kind kind) const;
 
     const std::string& m_text;

@@ -8,7 +8,8 @@ ScriptEngine::Outcome ScriptEngine::evaluate(const std::string& vocabulary, cons
     if (parsed.error) {
         const BRIOParser::Error& error = *parsed.error;
         return {false, "syntax error at line " + std::to_string(error.line) + ", column " +
-                           std::to_string(error.column) + ": " + error.message};
+                           std::to_string(error.column) + ": " + error.message +
+                           (error.atEnd ? " at the end of the text" : "")};
     }
     if (parsed.statements.empty())
         return {false, "no statement to run"};

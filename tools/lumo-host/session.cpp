@@ -133,7 +133,8 @@ bool Session::queueText(const std::string& text, const std::string& source, int 
     const BRIOParser::Result parsed = BRIOParser::parse(text, firstLine);
     if (parsed.error) {
         const BRIOParser::Error& error = *parsed.error;
-        const std::string reason = "syntax error: " + error.message;
+        const std::string reason =
+            "syntax error: " + error.message + (error.atEnd ? " at the end of the text" : "");
         JournalRecord record("script");
         record.add("source", source).add("line", error.line).add("text", text).add("ok", false);
         m_journal.write(record.add("reason", reason));

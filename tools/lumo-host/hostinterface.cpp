@@ -194,7 +194,7 @@ bool HostInterface::register_library(std::uint64_t zero1, std::uint64_t zero2, s
 bool HostInterface::evaluate_text(const char* vocabulary, const char* text)
 {
     const std::string voc = vocabulary ? vocabulary : "";
-    const Via via = m_context.empty() || !isMainThread() ? Via::Direct : m_context.back();
+    const Via via = !isMainThread() || m_context.empty() ? Via::Direct : m_context.back();
     ScriptEngine::Outcome outcome;
     if (!isMainThread())
         outcome = {false, "evaluate_text called off the host's main thread"};

@@ -12,7 +12,7 @@ QJsonArray array(std::initializer_list<QJsonValue> values)
     return QJsonArray(values);
 }
 
-TEST(Commands, RecordsCarryArgumentsResultAndTheHandlesLeftUnreleased)
+TEST(HostCommands, RecordsCarryArgumentsResultAndTheHandlesLeftUnreleased)
 {
     const HostRun run = runHost({"-e", "tp_integer(7); tp_length(\"abcd\"); tp_null();", "-e",
                                  "tp_leak(\"kept\"); tp_integer(-2);"});
@@ -44,7 +44,7 @@ TEST(Commands, RecordsCarryArgumentsResultAndTheHandlesLeftUnreleased)
     EXPECT_EQ(run.records("exit").at(0).value("unreleased").toInt(), 1);
 }
 
-TEST(Commands, ReleasingAHandleTwiceIsReported)
+TEST(HostCommands, ReleasingAHandleTwiceIsReported)
 {
     const HostRun run = runHost({"-e", "tp_double_free(\"x\");"});
     ASSERT_EQ(run.records("bad_handle").size(), 1u);
@@ -53,7 +53,7 @@ TEST(Commands, ReleasingAHandleTwiceIsReported)
     EXPECT_EQ(run.records("command").at(0).value("unreleased").toInt(), 0);
 }
 
-TEST(Commands, ArgumentsArriveWithTheirTypes)
+TEST(HostCommands, ArgumentsArriveWithTheirTypes)
 {
     const HostRun run =
         runHost({"-e", "tp_types(\"s\", 1, 2.5, list(1, list()), NULL); tp_types();", "-e",
@@ -67,7 +67,7 @@ TEST(Commands, ArgumentsArriveWithTheirTypes)
     EXPECT_EQ(results, array({5, 0, 30, 2, QJsonValue::Null, QJsonValue::Null, QJsonValue::Null}));
 }
 
-TEST(Commands, ResultsCanBeAssignedAndPassedOn)
+TEST(HostCommands, ResultsCanBeAssignedAndPassedOn)
 {
     const HostRun run =
         runHost({"-e", "x=tp_integer(5); tp_integer(x); y=tp_null(); tp_types(y);"});
@@ -78,7 +78,7 @@ TEST(Commands, ResultsCanBeAssignedAndPassedOn)
     EXPECT_EQ(run.texts("info"), QStringList{"types: 0"});
 }
 
-TEST(Commands, VariablesAreFoundOnlyInTheVocabularyThatSetThem)
+TEST(HostCommands, VariablesAreFoundOnlyInTheVocabularyThatSetThem)
 {
     QTemporaryDir workspace;
     const HostRun run = runHost(
@@ -100,7 +100,7 @@ TEST(Commands, VariablesAreFoundOnlyInTheVocabularyThatSetThem)
     EXPECT_EQ(results, array({1, 1, 0, 0}));
 }
 
-TEST(Commands, EvaluateTextThatFailsIsJournalledWithTheReason)
+TEST(HostCommands, EvaluateTextThatFailsIsJournalledWithTheReason)
 {
     const HostRun run =
         runHost({"-e", "tp_eval(\"V\", \"nope();\"); tp_eval(\"V\", \"de_info(\\\"x\\\")\");"
@@ -119,7 +119,7 @@ TEST(Commands, EvaluateTextThatFailsIsJournalledWithTheReason)
         EXPECT_EQ(command.value("result").toInt(), 0);
 }
 
-TEST(Commands, FailMakesEveryStatementCallingTheFunctionFail)
+TEST(HostCommands, FailMakesEveryStatementCallingTheFunctionFail)
 {
     const HostRun run = runHost({"--fail", "de_info", "-e",
                                  "tp_eval(\"CmdOp\", \"de_info(\\\"x\\\");\"); tp_integer(1);",
@@ -140,7 +140,7 @@ TEST(Commands, FailMakesEveryStatementCallingTheFunctionFail)
     EXPECT_TRUE(run.err.contains("-e 2:1: error: de_info: fails as asked (--fail de_info)"));
 }
 
-TEST(Commands, FailAppliesToPluginCommandsToo)
+TEST(HostCommands, FailAppliesToPluginCommandsToo)
 {
     const HostRun run = runHost({"--fail", "tp_integer", "-e", "tp_null(); tp_integer(1);"});
     EXPECT_EQ(run.exitCode, 1);

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(IdleRequests, PostedFromAPluginThreadArePerformedOnTheMainThreadWhileServing)
+TEST(HostIdleRequests, PostedFromAPluginThreadArePerformedOnTheMainThreadWhileServing)
 {
     const HostRun run =
         runHost({"-e", "tp_post(3, \"\");", "--serve", "--until", "de_info:3", "--timeout", "60"});
@@ -24,7 +24,7 @@ TEST(IdleRequests, PostedFromAPluginThreadArePerformedOnTheMainThreadWhileServin
     }
 }
 
-TEST(IdleRequests, QueryStatementRunsViaIdleAndItsVariableIsReadOnThePluginThread)
+TEST(HostIdleRequests, QueryStatementRunsViaIdleAndItsVariableIsReadOnThePluginThread)
 {
     QTemporaryDir workspace;
     const HostRun run = runHost({"--workspace", workspace.path(), "-e", "tp_query();", "--serve",
@@ -39,7 +39,7 @@ TEST(IdleRequests, QueryStatementRunsViaIdleAndItsVariableIsReadOnThePluginThrea
     EXPECT_EQ(run.records("exit").at(0).value("unreleased").toInt(), 0);
 }
 
-TEST(IdleRequests, AreAlsoPerformedInsideAModalDialog)
+TEST(HostIdleRequests, AreAlsoPerformedInsideAModalDialog)
 {
     const HostRun run = runHost({"-e", "tp_modal();"});
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
@@ -52,7 +52,20 @@ TEST(IdleRequests, AreAlsoPerformedInsideAModalDialog)
     EXPECT_LT(indexOf(run, "eval"), indexOf(run, "command"));
 }
 
-TEST(IdleRequests, ArePerformedWhileTheHostWaitsForInput)
+TEST(HostIdleRequests, EvaluateTextOffTheMainThreadIsRefused)
+{
+    const HostRun run = runHost({"-e", "tp_eval_from_thread(\"de_info(\\\"x\\\");\");", "--serve",
+                                 "--until", "de_info:1", "--timeout", "60"});
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.texts("info"), QStringList{"from thread: refused"});
+    const std::vector<QJsonObject> evals = run.records("eval");
+    ASSERT_EQ(evals.size(), 2u);
+    EXPECT_FALSE(evals[0].value("ok").toBool());
+    EXPECT_EQ(evals[0].value("reason").toString(),
+              "evaluate_text called off the host's main thread");
+}
+
+TEST(HostIdleRequests, ArePerformedWhileTheHostWaitsForInput)
 {
     HostProcess host({"-"});
     host.process().write("tp_post(1, \"\");\n");
@@ -61,7 +74,7 @@ TEST(IdleRequests, ArePerformedWhileTheHostWaitsForInput)
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
 }
 
-TEST(Serving, EndsWhenTheFunctionHasBeenCalledOftenEnoughEvenBeforeServingBegins)
+TEST(HostServing, EndsWhenTheFunctionHasBeenCalledOftenEnoughEvenBeforeServingBegins)
 {
     // de_info was called during the statements: serving ends at once, no timeout needed.
     const HostRun run =
@@ -70,7 +83,7 @@ TEST(Serving, EndsWhenTheFunctionHasBeenCalledOftenEnoughEvenBeforeServingBegins
     EXPECT_EQ(run.records("exit").at(0).value("code").toInt(), 0);
 }
 
-TEST(Serving, TimeoutEndsServingAndFailsOnlyWhenUntilWasNotMet)
+TEST(HostServing, TimeoutEndsServingAndFailsOnlyWhenUntilWasNotMet)
 {
     const HostRun plain = runHost({"-e", "x=1;", "--serve", "--timeout", "0.2"});
     EXPECT_EQ(plain.exitCode, 0) << plain.err.toStdString();
@@ -83,7 +96,7 @@ TEST(Serving, TimeoutEndsServingAndFailsOnlyWhenUntilWasNotMet)
     EXPECT_EQ(unmet.records("exit").at(0).value("code").toInt(), 4);
 }
 
-TEST(Serving, EndsOnSigtermOrSigint)
+TEST(HostServing, EndsOnSigtermOrSigint)
 {
     for (int signal : {SIGTERM, SIGINT}) {
         SCOPED_TRACE(signal);

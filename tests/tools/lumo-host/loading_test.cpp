@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(Loading, LoadsThePluginThenRegistersItsCommandsBeforeAnyStatement)
+TEST(HostLoading, LoadsThePluginThenRegistersItsCommandsBeforeAnyStatement)
 {
     const HostRun run = runHost({"-e", "tp_null();"});
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
@@ -31,12 +31,12 @@ TEST(Loading, LoadsThePluginThenRegistersItsCommandsBeforeAnyStatement)
     EXPECT_EQ(registered.value("library").toString(), "TestOp");
     EXPECT_EQ(registered.value("interface").toString(), "BRIO");
     EXPECT_TRUE(registered.value("accepted").toBool());
-    EXPECT_EQ(registered.value("commands").toArray().size(), 12);
+    EXPECT_EQ(registered.value("commands").toArray().size(), 14);
     EXPECT_EQ(registered.value("commands").toArray().first().toString(), "tp_integer");
     EXPECT_EQ(run.journal.back().value("event").toString(), "exit");
 }
 
-TEST(Loading, NoBrioFindsNoInterfaceAndTheLoadErrorIsJournalledAndPrinted)
+TEST(HostLoading, NoBrioFindsNoInterfaceAndTheLoadErrorIsJournalledAndPrinted)
 {
     const HostRun run = runHost({"--no-brio", "-e", "tp_null();"});
     ASSERT_EQ(run.records("lookup").size(), 1u);
@@ -49,7 +49,7 @@ TEST(Loading, NoBrioFindsNoInterfaceAndTheLoadErrorIsJournalledAndPrinted)
     EXPECT_TRUE(run.err.contains("-e 1:1: error: unknown function tp_null"));
 }
 
-TEST(Loading, BrioVersionIsWhatThePluginIsGiven)
+TEST(HostLoading, BrioVersionIsWhatThePluginIsGiven)
 {
     struct Case
     {
@@ -68,7 +68,31 @@ TEST(Loading, BrioVersionIsWhatThePluginIsGiven)
     }
 }
 
-TEST(Loading, UnusablePluginEndsTheHostWithAClearMessage)
+TEST(HostLoading, CommandLibrariesAreCheckedWhenRegistered)
+{
+    const HostRun run = runHost({"-e", "tp_register(\"clash\"); tp_register(\"words\");", "-e",
+                                 "tp_register(\"again\"); tp_null();", "-e", "tp_integer(1);"});
+    const std::vector<QJsonObject> registered = run.records("register");
+    ASSERT_EQ(registered.size(), 4u);
+    EXPECT_FALSE(registered[1].value("accepted").toBool());
+    EXPECT_EQ(registered[1].value("reason").toString(),
+              "command de_info would hide the host function of that name");
+    EXPECT_FALSE(registered[2].value("accepted").toBool());
+    EXPECT_EQ(registered[2].value("reason").toString(),
+              "register_library expects the words 0, 0, 0 and 1");
+    EXPECT_TRUE(registered[3].value("accepted").toBool());
+    EXPECT_TRUE(run.err.contains("command library \"ClashOp\" refused"));
+    // Registered again, TestOp has tp_null only: tp_integer is gone.
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains("-e 3:1: error: unknown function tp_integer"))
+        << run.err.toStdString();
+    QJsonArray results;
+    for (const QJsonObject& command : run.records("command"))
+        results.append(command.value("result"));
+    EXPECT_EQ(results, QJsonArray({0, 0, 1, QJsonValue::Null}));
+}
+
+TEST(HostLoading, UnusablePluginEndsTheHostWithAClearMessage)
 {
     QTemporaryDir dir;
     QFile garbage(dir.filePath("garbage.so"));
@@ -101,7 +125,7 @@ TEST(Loading, UnusablePluginEndsTheHostWithAClearMessage)
     }
 }
 
-TEST(Loading, DefaultPluginIsLibkiva51BesideTheHost)
+TEST(HostLoading, DefaultPluginIsLibkiva51BesideTheHost)
 {
     QTemporaryDir dir;
     const QString host = dir.filePath("lumo-host");
@@ -117,7 +141,7 @@ TEST(Loading, DefaultPluginIsLibkiva51BesideTheHost)
     EXPECT_EQ(run.records("load")[0].value("plugin").toString(), plugin);
 }
 
-TEST(Loading, UnreadableScriptEndsTheRunNamingTheFile)
+TEST(HostLoading, UnreadableScriptEndsTheRunNamingTheFile)
 {
     const HostRun run = runHost({"-e", "x=1;", "/no/such/script.brio", "-e", "de_info(\"no\");"});
     EXPECT_EQ(run.exitCode, 1);
@@ -126,7 +150,7 @@ TEST(Loading, UnreadableScriptEndsTheRunNamingTheFile)
     EXPECT_TRUE(run.records("info").empty());
 }
 
-TEST(Loading, SyntaxErrorInAScriptNamesFileLineAndColumnAndRunsNothingOfIt)
+TEST(HostLoading, SyntaxErrorInAScriptNamesFileLineAndColumnAndRunsNothingOfIt)
 {
     QTemporaryDir dir;
     const QString script = dir.filePath("broken.brio");
@@ -142,7 +166,7 @@ TEST(Loading, SyntaxErrorInAScriptNamesFileLineAndColumnAndRunsNothingOfIt)
     EXPECT_TRUE(run.records("info").empty());
 }
 
-TEST(Loading, FailingStatementStopsTheScriptsNamingFileAndLine)
+TEST(HostLoading, FailingStatementStopsTheScriptsNamingFileAndLine)
 {
     QTemporaryDir dir;
     const QString script = dir.filePath("fails.brio");
@@ -164,7 +188,7 @@ TEST(Loading, FailingStatementStopsTheScriptsNamingFileAndLine)
     EXPECT_EQ(scripts[1].value("reason").toString(), "unknown function nope");
 }
 
-TEST(Loading, BadCommandLineExitsWithUsageStatus)
+TEST(HostLoading, BadCommandLineExitsWithUsageStatus)
 {
     const HostRun run = runHost({"--brio-version", "many"});
     EXPECT_EQ(run.exitCode, 2);
@@ -172,7 +196,7 @@ TEST(Loading, BadCommandLineExitsWithUsageStatus)
     EXPECT_TRUE(run.err.contains("--help"));
 }
 
-TEST(Loading, UnwritableJournalExitsWithUsageStatus)
+TEST(HostLoading, UnwritableJournalExitsWithUsageStatus)
 {
     // Run directly: the harness would add a journal of its own.
     QProcess host;

@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(StandardInput, StatementsMaySpanLinesAndAFailureDoesNotStopTheRest)
+TEST(HostStandardInput, StatementsMaySpanLinesAndAFailureDoesNotStopTheRest)
 {
     QTemporaryDir workspace;
     const QByteArray input = "x=\n"
@@ -34,14 +34,14 @@ TEST(StandardInput, StatementsMaySpanLinesAndAFailureDoesNotStopTheRest)
     EXPECT_EQ(scripts[4].value("line").toInt(), 6);
 }
 
-TEST(StandardInput, ALastLineWithoutLineFeedStillRuns)
+TEST(HostStandardInput, ALastLineWithoutLineFeedStillRuns)
 {
     const HostRun run = runHost({}, "de_info(\"end\");");
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(run.texts("info"), QStringList{"end"});
 }
 
-TEST(StandardInput, AnUnfinishedStatementAtTheEndIsReported)
+TEST(HostStandardInput, AnUnfinishedStatementAtTheEndIsReported)
 {
     const HostRun run = runHost({}, "de_info(\"a\");\nde_info(\"b\"\n");
     EXPECT_EQ(run.exitCode, 1);
@@ -51,7 +51,7 @@ TEST(StandardInput, AnUnfinishedStatementAtTheEndIsReported)
         << run.err.toStdString();
 }
 
-TEST(StandardInput, TakesItsPlaceAmongScriptsWhereTheDashStands)
+TEST(HostStandardInput, TakesItsPlaceAmongScriptsWhereTheDashStands)
 {
     const HostRun run = runHost({"-e", "de_info(\"first\");", "-", "-e", "de_info(\"last\");"},
                                 "de_info(\"middle\");\n");
@@ -59,7 +59,7 @@ TEST(StandardInput, TakesItsPlaceAmongScriptsWhereTheDashStands)
     EXPECT_EQ(run.texts("info"), (QStringList{"first", "middle", "last"}));
 }
 
-TEST(StandardInput, EndOfInputHandsOverToServing)
+TEST(HostStandardInput, EndOfInputHandsOverToServing)
 {
     const HostRun run =
         runHost({"-", "--serve", "--until", "de_info:2", "--timeout", "60"}, "tp_post(2, \"\");\n");

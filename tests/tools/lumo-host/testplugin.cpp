@@ -250,6 +250,44 @@ BRIOValueHandle modalCommand()
     return brio().return_integer(result == QDialog::Accepted ? 1 : 0);
 }
 
+// tp_eval_from_thread(text): evaluates text on a thread of its own, which a
+// host must refuse, then shows the answer through an idle request.
+BRIOValueHandle evalFromThreadCommand()
+{
+    std::string text;
+    if (!stringArgument(0, text))
+        return nullptr;
+    std::thread([text] {
+        const bool ran = evaluate(text);
+        StatementRequest report(std::string("de_info(\"from thread: ") + (ran ? "ran" : "refused") +
+                                "\");");
+        report.postAndWaitUntilPerformed();
+    }).detach();
+    return brio().return_integer(1);
+}
+
+// tp_register(case): registers a second library that the host should refuse
+// ("clash": a command named like a host function; "words": wrong leading
+// words; "again": TestOp once more, accepted). 1 when the host accepted it.
+BRIOValueHandle registerCommand()
+{
+    std::string which;
+    if (!stringArgument(0, which))
+        return nullptr;
+    static BRIOCommandRow clash[] = {{"de_info", 0, &nullCommand, 0, 0, 0, 0}};
+    static BRIOLibraryBlock clashBlock = {"ClashOp", "BRIO", clash, 1};
+    static BRIOCommandRow again[] = {{"tp_null", 0, &nullCommand, 0, 0, 0, 0}};
+    static BRIOLibraryBlock againBlock = {"TestOp", "BRIO", again, 1};
+    bool accepted = false;
+    if (which == "clash")
+        accepted = brio().register_library(0, 0, 0, 1, &clashBlock);
+    else if (which == "words")
+        accepted = brio().register_library(0, 0, 0, 2, &againBlock);
+    else if (which == "again")
+        accepted = brio().register_library(0, 0, 0, 1, &againBlock);
+    return brio().return_integer(accepted ? 1 : 0);
+}
+
 BRIOCommandRow* commandTable()
 {
     static BRIOCommandRow rows[] = {
@@ -265,6 +303,8 @@ BRIOCommandRow* commandTable()
         {"tp_post", 0, &postCommand, 0, 0, 0, 0},
         {"tp_query", 0, &queryCommand, 0, 0, 0, 0},
         {"tp_modal", 0, &modalCommand, 0, 0, 0, 0},
+        {"tp_eval_from_thread", 0, &evalFromThreadCommand, 0, 0, 0, 0},
+        {"tp_register", 0, &registerCommand, 0, 0, 0, 0},
     };
     return rows;
 }
@@ -286,6 +326,6 @@ RegisterLibraryContents(PluginRegistry* registry)
     const int version = state().brio->interface_version();
     if (version < 1002 || version > 1999)
         return registry->report_load_error("test plug-in: incompatible BRIO interface");
-    static BRIOLibraryBlock block = {"TestOp", "BRIO", commandTable(), 12};
+    static BRIOLibraryBlock block = {"TestOp", "BRIO", commandTable(), 14};
     return state().brio->register_library(0, 0, 0, 1, &block) ? 1 : 0;
 }

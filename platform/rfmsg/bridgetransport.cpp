@@ -1,25 +1,155 @@
 #include "rfmsg/bridgetransport.h"
 
-#include <string>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "rfmsg/bridgeconnection.h"
+#include "rfmsg/messageaccess.h"
+#include "rfmsg/socketio.h"
+#include "rfmsg/wirecodec.h"
 
 namespace RFMsgExp {
+namespace {
 
-BridgeTransport::BridgeTransport(XBridge& owner) : m_owner(owner) {}
+using Clock = std::chrono::steady_clock;
 
-BridgeTransport::~BridgeTransport() { disconnect(); }
+// Read at most this much from one peer before looking at the others again.
+constexpr long kReadBudget = 16l << 20;
+// After a failed accept (out of descriptors, say) the listener rests this long.
+constexpr auto kAcceptRest = std::chrono::milliseconds(100);
 
-void BridgeTransport::listen(int& port, int /*flags*/)
+bool equalIgnoringCase(const std::string& a, const std::string& b)
 {
-    throw IXException::Create("cannot listen on port " + std::to_string(port) +
-                              ": the TCP transport is not built yet");
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) ==
+                      std::tolower(static_cast<unsigned char>(y));
+           });
 }
 
-void BridgeTransport::disconnect() {}
+std::string durationText(int milliseconds)
+{
+    if (milliseconds % 1000 == 0)
+        return std::to_string(milliseconds / 1000) + " s";
+    return std::to_string(milliseconds) + " ms";
+}
+
+int millisecondsUntil(Clock::time_point when, Clock::time_point now)
+{
+    if (when <= now)
+        return 0;
+    // Round up so that poll() does not wake just before the deadline.
+    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(when - now).count());
+}
+
+std::shared_ptr<const std::string> frameOf(const Wire::FrameEncoder& encoder)
+{
+    return std::make_shared<const std::string>(encoder.flatten());
+}
+
+} // namespace
+
+BridgeTransport::BridgeTransport(XBridge& owner)
+    : m_owner(owner), m_queue([this] { wake(); }),
+      m_wakeFd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+}
+
+BridgeTransport::~BridgeTransport()
+{
+    stopDelivery();
+    if (m_wakeFd >= 0)
+        ::close(m_wakeFd);
+}
+
+void BridgeTransport::wake()
+{
+    const std::uint64_t one = 1;
+    if (m_wakeFd >= 0) [[maybe_unused]]
+        auto written = ::write(m_wakeFd, &one, sizeof one);
+}
+
+void BridgeTransport::listen(int& port, int flags)
+{
+    std::lock_guard<std::mutex> control(m_controlMutex);
+    stopNetwork();
+    const bool everyInterface = (flags & 1) != 0;
+    const std::string where =
+        "cannot listen on port " + std::to_string(port) +
+        (everyInterface ? " on every interface" : " on the loopback interface");
+    if (port < 0 || port > 65535)
+        throw IXException::Create(where + ": not a port number (0 to 65535)");
+    if (m_wakeFd < 0)
+        throw IXException::Create(where + ": the bridge has no wake-up event (" +
+                                  SocketIo::errorText(errno) + ")");
+    std::string error;
+    const int listenFd = SocketIo::listenOn(port, everyInterface, error);
+    if (listenFd < 0)
+        throw IXException::Create(where + ": " + error);
+    port = SocketIo::localPort(listenFd);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_port = port;
+        m_nextNumber = 1;
+        m_queue.setBounds(m_limits.queuedMessages, m_limits.queuedBytes);
+    }
+    if (!m_delivery.joinable()) {
+        m_queue.restart();
+        m_delivery = std::thread(&BridgeTransport::runDelivery, this);
+    }
+    m_stopNetwork = false;
+    m_network = std::thread(&BridgeTransport::runNetwork, this, listenFd);
+}
+
+void BridgeTransport::disconnect()
+{
+    std::lock_guard<std::mutex> control(m_controlMutex);
+    stopNetwork();
+    m_queue.clear();
+}
+
+void BridgeTransport::stopNetwork()
+{
+    if (!m_network.joinable())
+        return;
+    // The network thread never waits for anyone, so joining it is quick.
+    m_stopNetwork = true;
+    wake();
+    m_network.join();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_listed.clear();
+    m_port = 0;
+}
+
+void BridgeTransport::stopDelivery()
+{
+    std::lock_guard<std::mutex> control(m_controlMutex);
+    stopNetwork();
+    m_queue.stop();
+    if (m_delivery.joinable()) {
+        if (m_delivery.get_id() == std::this_thread::get_id())
+            m_delivery.detach();
+        else
+            m_delivery.join();
+    }
+}
 
 std::vector<Testing::Peer> BridgeTransport::peers()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_simulating ? m_simulatedPeers : std::vector<Testing::Peer>();
+    if (m_simulating)
+        return m_simulatedPeers;
+    std::vector<Testing::Peer> peers;
+    peers.reserve(m_listed.size());
+    for (const Connection& connection : m_listed)
+        peers.push_back({connection->appName(), connection->number()});
+    return peers;
 }
 
 int BridgeTransport::port()
@@ -30,9 +160,29 @@ int BridgeTransport::port()
 
 void BridgeTransport::send(IRFMessage& message, const std::string& target)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_simulating)
-        m_sent.push_back({Testing::contentOf(message), target});
+    Connections targets;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_simulating) {
+            m_sent.push_back({Testing::contentOf(message), target});
+            return;
+        }
+        for (const Connection& connection : m_listed)
+            if (target.empty() || equalIgnoringCase(connection->appName(), target))
+                targets.push_back(connection);
+    }
+    if (targets.empty())
+        return;
+    const auto frame = frameOf(Wire::encodeMessage(Internal::contentView(message)));
+    for (const Connection& connection : targets)
+        sendFrame(connection, frame);
+}
+
+void BridgeTransport::sendFrame(const Connection& connection,
+                                std::shared_ptr<const std::string> frame)
+{
+    if (connection->send(std::move(frame)))
+        wake();
 }
 
 void BridgeTransport::simulate(std::vector<Testing::Peer> peers)
@@ -52,6 +202,360 @@ void BridgeTransport::clearSent()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_sent.clear();
+}
+
+void BridgeTransport::setLimits(const Testing::TransportLimits& limits)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_limits = limits;
+    m_queue.setBounds(limits.queuedMessages, limits.queuedBytes);
+}
+
+Testing::TransportStats BridgeTransport::stats()
+{
+    Testing::TransportStats stats;
+    stats.queued = m_queue.size();
+    stats.queuedHighWater = m_queue.highWater();
+    stats.pausedConnections = m_paused.load();
+    stats.openConnections = m_open.load();
+    return stats;
+}
+
+// Delivery thread -----------------------------------------------------------
+
+void BridgeTransport::runDelivery()
+{
+    while (std::optional<Delivery> item = m_queue.pop())
+        deliver(*item);
+}
+
+void BridgeTransport::deliver(Delivery& item)
+{
+    std::string escaped;
+    if (!item.message) {
+        msg_auto_ptr<IXException> error(IXException::Create(item.error));
+        try {
+            m_owner.OnError(*error);
+        } catch (IXException* thrown) {
+            if (thrown)
+                thrown->Destroy();
+        } catch (...) {
+        }
+        return;
+    }
+    msg_auto_ptr<IRFMessage> reply;
+    try {
+        reply = m_owner.OnReceive(std::move(item.message));
+        if (reply && item.from)
+            sendFrame(item.from, frameOf(Wire::encodeMessage(Internal::contentView(*reply))));
+    } catch (IXException* thrown) {
+        escaped = thrown ? thrown->GetInfo().str() : "a null exception";
+        if (thrown)
+            thrown->Destroy();
+    } catch (const std::exception& thrown) {
+        escaped = thrown.what();
+    } catch (...) {
+        escaped = "an unknown exception";
+    }
+    if (!escaped.empty()) {
+        Delivery report;
+        report.error = "OnReceive let an exception escape: " + escaped;
+        deliver(report);
+    }
+}
+
+// Network thread ------------------------------------------------------------
+
+void BridgeTransport::runNetwork(int listenFd)
+{
+    Testing::TransportLimits limits;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        limits = m_limits;
+    }
+    Connections connections;
+    std::vector<pollfd> fds;
+    Clock::time_point acceptRestUntil;
+    while (!m_stopNetwork.load()) {
+        Clock::time_point now = Clock::now();
+        const bool acceptResting = now < acceptRestUntil;
+        int timeout = acceptResting ? millisecondsUntil(acceptRestUntil, now) : -1;
+        fds.clear();
+        fds.push_back({m_wakeFd, POLLIN, 0});
+        fds.push_back({acceptResting ? -1 : listenFd, POLLIN, 0});
+        for (const Connection& connection : connections) {
+            short events = 0;
+            if (!connection->pending)
+                events |= POLLIN | POLLRDHUP;
+            else if (!connection->peerClosed)
+                events |= POLLRDHUP;
+            if (connection->wantsWrite())
+                events |= POLLOUT;
+            fds.push_back({events ? connection->fd() : -1, events, 0});
+            if (!connection->announced()) {
+                const int left = millisecondsUntil(connection->handshakeDeadline, now);
+                timeout = timeout < 0 ? left : std::min(timeout, left);
+            }
+        }
+        if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR) {
+            m_queue.push(
+                {{},
+                 {},
+                 "the bridge cannot wait for its connections: " + SocketIo::errorText(errno),
+                 0});
+            break;
+        }
+        if (fds[0].revents) {
+            std::uint64_t count;
+            [[maybe_unused]] auto read = ::read(m_wakeFd, &count, sizeof count);
+        }
+        const std::size_t polled = connections.size();
+        for (std::size_t i = 0; i < polled; ++i) {
+            const Connection& connection = connections[i];
+            const short revents = fds[i + 2].revents;
+            if (!revents || !connection->isOpen())
+                continue;
+            try {
+                if ((revents & (POLLOUT | POLLERR | POLLHUP)) && connection->wantsWrite()) {
+                    std::string error;
+                    if (!connection->flush(error)) {
+                        fail(connection, "connection broken: " + error);
+                        continue;
+                    }
+                }
+                if (connection->pending) {
+                    if (revents & (POLLRDHUP | POLLHUP | POLLERR)) {
+                        // It left; what it sent before is still delivered.
+                        connection->peerClosed = true;
+                        unlist(connection);
+                    }
+                } else if (revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) {
+                    readFrom(connection);
+                }
+            } catch (const std::bad_alloc&) {
+                fail(connection, "out of memory while receiving (" +
+                                     connection->reader.midFrameDescription() + ")");
+            }
+        }
+        if ((fds[1].revents & POLLIN) && !acceptPeers(listenFd, limits, connections))
+            acceptRestUntil = Clock::now() + kAcceptRest;
+        for (const Connection& connection : connections)
+            if (connection->pending && connection->isOpen())
+                resume(connection);
+        now = Clock::now();
+        for (const Connection& connection : connections)
+            if (connection->isOpen() && !connection->announced() &&
+                connection->handshakeDeadline <= now)
+                fail(connection,
+                     "did not announce itself within " + durationText(limits.handshakeTimeoutMs));
+        connections.erase(
+            std::remove_if(connections.begin(), connections.end(),
+                           [](const Connection& connection) { return !connection->isOpen(); }),
+            connections.end());
+        int paused = 0;
+        for (const Connection& connection : connections)
+            paused += connection->pending ? 1 : 0;
+        m_paused = paused;
+        m_open = static_cast<int>(connections.size());
+    }
+    const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
+    for (const Connection& connection : connections) {
+        connection->pending.reset();
+        connection->closeWith(farewell);
+    }
+    m_paused = 0;
+    m_open = 0;
+    ::close(listenFd);
+}
+
+bool BridgeTransport::acceptPeers(int listenFd, const Testing::TransportLimits& limits,
+                                  Connections& connections)
+{
+    for (;;) {
+        std::string address;
+        const int fd = SocketIo::acceptFrom(listenFd, address);
+        if (fd < 0) {
+            if (errno == EINTR || errno == ECONNABORTED)
+                continue;
+            if (errno == EAGAIN || errno == EWOULDBLOCK)
+                return true;
+            m_queue.push({{},
+                          {},
+                          "the bridge cannot accept a connection on port " +
+                              std::to_string(port()) + ": " + SocketIo::errorText(errno),
+                          0});
+            return false;
+        }
+        SocketIo::setNoDelay(fd);
+        connections.push_back(std::make_shared<BridgeConnection>(
+            fd, address, limits.frameLimit,
+            Clock::now() + std::chrono::milliseconds(limits.handshakeTimeoutMs)));
+    }
+}
+
+void BridgeTransport::readFrom(const Connection& connection)
+{
+    long budget = kReadBudget;
+    while (connection->isOpen() && !connection->pending) {
+        char* space = connection->reader.space();
+        const long received =
+            ::recv(connection->fd(), space, connection->reader.spaceSize(), MSG_DONTWAIT);
+        if (received > 0) {
+            connection->reader.commit(static_cast<std::size_t>(received));
+            processFrames(connection);
+            budget -= received;
+            if (budget <= 0)
+                return;
+            continue;
+        }
+        if (received == 0) {
+            endOfStream(connection);
+            return;
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK)
+            return;
+        const std::string reason = SocketIo::errorText(errno);
+        if (connection->reader.midFrame())
+            fail(connection, "connection lost in the middle of a frame (" +
+                                 connection->reader.midFrameDescription() +
+                                 " received): " + reason);
+        else
+            fail(connection, "connection broken: " + reason);
+        return;
+    }
+}
+
+void BridgeTransport::processFrames(const Connection& connection)
+{
+    while (connection->isOpen() && !connection->pending) {
+        switch (connection->reader.poll()) {
+        case Wire::FrameReader::Status::NeedMore:
+            return;
+        case Wire::FrameReader::Status::Failed:
+            fail(connection, "sent " + connection->reader.error());
+            return;
+        case Wire::FrameReader::Status::Ready:
+            handleFrame(connection);
+            break;
+        }
+    }
+}
+
+void BridgeTransport::handleFrame(const Connection& connection)
+{
+    const Wire::FrameReader::Frame frame = connection->reader.front();
+    switch (frame.type) {
+    case Wire::FrameType::Hello:
+        if (connection->announced())
+            fail(connection, "announced itself a second time");
+        else
+            announce(connection, frame.payload, frame.size);
+        return;
+    case Wire::FrameType::Message: {
+        if (!connection->announced()) {
+            fail(connection, "sent a message before announcing itself");
+            return;
+        }
+        Delivery item;
+        item.bytes = frame.size;
+        try {
+            item.message = Internal::adoptContent(Wire::decodeMessage(frame.payload, frame.size));
+        } catch (const Wire::DecodeError& error) {
+            fail(connection, std::string("sent a malformed message: ") + error.what());
+            return;
+        }
+        item.from = connection;
+        // Give a large frame's buffer back before the message is handed on.
+        connection->reader.pop();
+        if (!m_queue.tryPush(item))
+            connection->pending = std::make_unique<Delivery>(std::move(item));
+        return;
+    }
+    case Wire::FrameType::Close:
+        // The peer says goodbye; its reason is not needed here.
+        connection->reader.pop();
+        closeConnection(connection);
+        return;
+    case Wire::FrameType::Welcome:
+        fail(connection, "sent a WELCOME frame, which only a bridge sends");
+        return;
+    }
+}
+
+void BridgeTransport::announce(const Connection& connection, const char* payload, std::size_t size)
+{
+    Wire::Hello hello;
+    try {
+        hello = Wire::decodeHello(payload, size);
+    } catch (const Wire::DecodeError& error) {
+        fail(connection, std::string("sent a malformed announcement: ") + error.what());
+        return;
+    }
+    connection->reader.pop();
+    if (hello.protocol != Wire::kProtocolVersion) {
+        fail(connection, "speaks protocol version " + std::to_string(hello.protocol) +
+                             "; this bridge speaks version " +
+                             std::to_string(Wire::kProtocolVersion));
+        return;
+    }
+    Wire::Welcome welcome;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        welcome.number = m_nextNumber++;
+        welcome.frameLimit = m_limits.frameLimit;
+        connection->announce(hello.app, welcome.number);
+        m_listed.push_back(connection);
+    }
+    welcome.library = Wire::kLibraryVersion;
+    welcome.machine = SocketIo::machineName();
+    connection->send(frameOf(Wire::encodeWelcome(welcome)));
+}
+
+void BridgeTransport::endOfStream(const Connection& connection)
+{
+    if (connection->reader.midFrame())
+        fail(connection, "connection lost in the middle of a frame (" +
+                             connection->reader.midFrameDescription() + " received)");
+    else
+        closeConnection(connection);
+}
+
+void BridgeTransport::fail(const Connection& connection, const std::string& what)
+{
+    const std::string text = connection->describe() + ": " + what + "; connection closed";
+    unlist(connection);
+    // Best effort: tell the peer why.
+    connection->closeWith(Wire::encodeClose("this peer " + what).flatten());
+    closeConnection(connection);
+    m_queue.push({{}, {}, text, 0});
+}
+
+void BridgeTransport::closeConnection(const Connection& connection)
+{
+    unlist(connection);
+    if (connection->pending) {
+        // A message that arrived complete is delivered even though its peer is gone.
+        m_queue.push(std::move(*connection->pending));
+        connection->pending.reset();
+    }
+    connection->close();
+}
+
+void BridgeTransport::unlist(const Connection& connection)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_listed.erase(std::remove(m_listed.begin(), m_listed.end(), connection), m_listed.end());
+}
+
+bool BridgeTransport::resume(const Connection& connection)
+{
+    if (!m_queue.tryPush(*connection->pending))
+        return false;
+    connection->pending.reset();
+    processFrames(connection);
+    return true;
 }
 
 } // namespace RFMsgExp

@@ -58,7 +58,8 @@ private:
     // Network thread.
     void runNetwork(int listenFd);
     // False when accepting failed for another reason than "no more for now".
-    bool acceptPeers(int listenFd, const Testing::TransportLimits& limits, Connections& connections);
+    bool acceptPeers(int listenFd, const Testing::TransportLimits& limits,
+                     Connections& connections);
     void readFrom(const Connection& connection);
     void processFrames(const Connection& connection);
     void handleFrame(const Connection& connection);

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "rfmsg/messageaccess.h"
 #include "rfmsg/messagecontent.h"
 #include "rfmsg/objectcount.h"
 #include "rfmsg/testing.h"
@@ -43,7 +44,10 @@ private:
 class Port final : public Counted<IRFPort>
 {
 public:
-    Port(SharedContent content, const PortContent& port) : m_content(std::move(content)), m_port(port) {}
+    Port(SharedContent content, const PortContent& port)
+        : m_content(std::move(content)), m_port(port)
+    {
+    }
     msgString GetName() override { return m_port.name; }
     int GetEnabled() override { return m_port.enabled; }
     int GetType() override { return m_port.type; }
@@ -72,7 +76,8 @@ public:
     {
         if (index < 0 || index >= Count())
             throw IXException::Create("port index out of range");
-        return msg_auto_ptr<IRFPort>(new Port(m_content, m_region.ports[static_cast<std::size_t>(index)]));
+        return msg_auto_ptr<IRFPort>(
+            new Port(m_content, m_region.ports[static_cast<std::size_t>(index)]));
     }
 
 private:
@@ -256,6 +261,18 @@ private:
 };
 
 } // namespace
+
+msg_auto_ptr<IRFMessage> adoptContent(MessageContent&& content)
+{
+    return msg_auto_ptr<IRFMessage>(new Message(std::move(content)));
+}
+
+const MessageContent& contentView(IRFMessage& message)
+{
+    // Every message of this library is an Internal::Message.
+    return static_cast<Message&>(message).content();
+}
+
 } // namespace Internal
 
 msg_auto_ptr<IRFMessage> IRFMessage::Create()
@@ -263,7 +280,10 @@ msg_auto_ptr<IRFMessage> IRFMessage::Create()
     return msg_auto_ptr<IRFMessage>(new Internal::Message(MessageContent()));
 }
 
-IXException* IXException::Create(const msgString& info) { return new Internal::Exception(info); }
+IXException* IXException::Create(const msgString& info)
+{
+    return new Internal::Exception(info);
+}
 
 namespace Testing {
 
@@ -274,12 +294,17 @@ msg_auto_ptr<IRFMessage> makeMessage(const MessageContent& content)
 
 MessageContent contentOf(IRFMessage& message)
 {
-    // Every message of this library is an Internal::Message.
-    return static_cast<Internal::Message&>(message).content();
+    return Internal::contentView(message);
 }
 
-long liveObjects() { return Internal::ObjectCount::live().load(); }
-long createdObjects() { return Internal::ObjectCount::created().load(); }
+long liveObjects()
+{
+    return Internal::ObjectCount::live().load();
+}
+long createdObjects()
+{
+    return Internal::ObjectCount::created().load();
+}
 
 } // namespace Testing
 } // namespace RFMsgExp

@@ -2,6 +2,8 @@
 // Test seam of the messaging library: build and inspect messages, stand in
 // for the network side of a bridge, and count library objects.
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,37 @@ RFMSG_EXPORT void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
 // Every message OnSend was given while simulating, oldest first.
 RFMSG_EXPORT std::vector<SentMessage> sentMessages(XBridge& bridge);
 RFMSG_EXPORT void clearSentMessages(XBridge& bridge);
+
+// Bounds of a bridge's transport, shortened by tests. Set before Init.
+struct TransportLimits
+{
+    // Largest frame payload a peer may send.
+    std::uint32_t frameLimit = 1u << 30;
+    // Time a new connection has to announce itself.
+    int handshakeTimeoutMs = 10000;
+    // Received messages waiting for OnReceive before peers are no longer read.
+    std::size_t queuedMessages = 64;
+    std::size_t queuedBytes = 64u << 20;
+};
+RFMSG_EXPORT void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
+
+struct TransportStats
+{
+    std::size_t queued = 0;
+    // The most messages that ever waited at once.
+    std::size_t queuedHighWater = 0;
+    // Connections not read because the queue is full.
+    int pausedConnections = 0;
+    // Open connections, announced or not.
+    int openConnections = 0;
+};
+RFMSG_EXPORT TransportStats transportStats(XBridge& bridge);
+
+// Disconnects and waits until the delivery in progress has returned and the
+// delivery thread has ended. For destructors of classes derived from XBridge
+// whose OnReceive or OnError use the derived class's members; Init starts
+// delivery again.
+RFMSG_EXPORT void stopDelivery(XBridge& bridge);
 
 // Library objects alive now (messages, documents, lists, users, exceptions…)
 // and handed out since the process started.

@@ -1,10 +1,10 @@
 #include "rfmsg/xbridge.h"
 
-#include <QHostInfo>
-
 #include "rfmsg/bridgetransport.h"
 #include "rfmsg/objectcount.h"
+#include "rfmsg/socketio.h"
 #include "rfmsg/testing.h"
+#include "rfmsg/wireformat.h"
 
 namespace RFMsgExp {
 namespace {
@@ -42,7 +42,10 @@ XBridge::XBridge() : m_transport(std::make_unique<BridgeTransport>(*this)) {}
 
 XBridge::~XBridge() = default;
 
-bool XBridge::HasSomeone() { return !m_transport->peers().empty(); }
+bool XBridge::HasSomeone()
+{
+    return !m_transport->peers().empty();
+}
 
 msg_auto_ptr<IRFMessage> XBridge::OnReceive(msg_auto_ptr<IRFMessage> /*message*/)
 {
@@ -68,11 +71,20 @@ msg_auto_ptr<IXSetUsers> XBridge::GetConnected()
     return msg_auto_ptr<IXSetUsers>(new UserSet(m_transport->peers()));
 }
 
-msgString XBridge::GetMachineName() { return QHostInfo::localHostName().toStdString(); }
+msgString XBridge::GetMachineName()
+{
+    return SocketIo::machineName();
+}
 
-int XBridge::GetPort() { return m_transport->port(); }
+int XBridge::GetPort()
+{
+    return m_transport->port();
+}
 
-msgString XBridge::GetVersion() { return "1.0"; }
+msgString XBridge::GetVersion()
+{
+    return Wire::kLibraryVersion;
+}
 
 msg_auto_ptr<IRFMessage> XBridge::OnSend(IRFMessage* message, const msgString& target)
 {
@@ -86,6 +98,9 @@ namespace Testing {
 void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
 std::vector<SentMessage> sentMessages(XBridge& bridge);
 void clearSentMessages(XBridge& bridge);
+void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
+TransportStats transportStats(XBridge& bridge);
+void stopDelivery(XBridge& bridge);
 
 } // namespace Testing
 
@@ -104,6 +119,24 @@ std::vector<Testing::SentMessage> Testing::sentMessages(XBridge& bridge)
     return BridgeSeamAccess::transport(bridge).sent();
 }
 
-void Testing::clearSentMessages(XBridge& bridge) { BridgeSeamAccess::transport(bridge).clearSent(); }
+void Testing::clearSentMessages(XBridge& bridge)
+{
+    BridgeSeamAccess::transport(bridge).clearSent();
+}
+
+void Testing::setTransportLimits(XBridge& bridge, const TransportLimits& limits)
+{
+    BridgeSeamAccess::transport(bridge).setLimits(limits);
+}
+
+Testing::TransportStats Testing::transportStats(XBridge& bridge)
+{
+    return BridgeSeamAccess::transport(bridge).stats();
+}
+
+void Testing::stopDelivery(XBridge& bridge)
+{
+    BridgeSeamAccess::transport(bridge).stopDelivery();
+}
 
 } // namespace RFMsgExp

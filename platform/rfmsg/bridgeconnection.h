@@ -1,0 +1,71 @@
+#pragma once
+// Internal: one peer's connection at the bridge. The network thread owns the
+// reading side (the public members below); any thread may send, and sending
+// never waits for the peer.
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "rfmsg/deliveryqueue.h"
+#include "rfmsg/framereader.h"
+
+namespace RFMsgExp {
+
+class BridgeConnection
+{
+public:
+    BridgeConnection(int fd, std::string address, std::uint32_t frameLimit,
+                     std::chrono::steady_clock::time_point handshakeDeadline);
+    ~BridgeConnection();
+    BridgeConnection(const BridgeConnection&) = delete;
+    BridgeConnection& operator=(const BridgeConnection&) = delete;
+
+    // Any thread. Sends what the socket takes at once and queues the rest.
+    // True when the network thread has to be woken to write the rest.
+    bool send(std::shared_ptr<const std::string> frame);
+    // Network thread: writes queued bytes while the socket takes them.
+    // False with `error` when the connection broke (now or in an earlier send).
+    bool flush(std::string& error);
+    bool wantsWrite();
+    // Closes the socket; later sends are dropped.
+    void close();
+    // Sends `frame` as far as the socket takes it at once, then closes without
+    // resetting the connection, so that the peer gets to read the frame.
+    void closeWith(const std::string& frame);
+    bool isOpen();
+    int fd() const { return m_fd; }
+
+    // Set once by the network thread when the peer announced itself, before
+    // the connection is listed; read-only afterwards.
+    void announce(std::string appName, int number);
+    bool announced() const { return m_number != 0; }
+    const std::string& appName() const { return m_appName; }
+    int number() const { return m_number; }
+    // "peer DXD (1) at 127.0.0.1:40312", or "peer at 127.0.0.1:40312" before it announced itself.
+    std::string describe() const;
+
+    // Network thread only.
+    Wire::FrameReader reader;
+    const std::chrono::steady_clock::time_point handshakeDeadline;
+    // A received message the full delivery queue could not take yet; while it
+    // waits the connection is not read (TCP back-pressure on the peer).
+    std::unique_ptr<Delivery> pending;
+    // The peer shut its side while reading was paused.
+    bool peerClosed = false;
+
+private:
+    std::mutex m_mutex;
+    int m_fd;
+    const std::string m_address;
+    std::string m_appName;
+    int m_number = 0;
+    std::deque<std::shared_ptr<const std::string>> m_queue;
+    std::size_t m_sentOfFront = 0;
+    int m_sendError = 0;
+};
+
+} // namespace RFMsgExp

@@ -1,0 +1,65 @@
+#pragma once
+// Internal: what the network thread hands to the delivery thread, in arrival
+// order. Bounded: when full, the network thread keeps the message and stops
+// reading that peer until spaceFreed tells it there is room again.
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "rfmsg/message.h"
+
+namespace RFMsgExp {
+
+class BridgeConnection;
+
+struct Delivery
+{
+    // Null for an error report.
+    msg_auto_ptr<IRFMessage> message;
+    // Where a reply goes; null for an error report.
+    std::shared_ptr<BridgeConnection> from;
+    std::string error;
+    std::size_t bytes = 0;
+};
+
+class DeliveryQueue
+{
+public:
+    explicit DeliveryQueue(std::function<void()> spaceFreed);
+
+    void setBounds(std::size_t messages, std::size_t bytes);
+    // Queues the message when there is room (an empty queue takes any one);
+    // otherwise leaves `item` as it is and returns false.
+    bool tryPush(Delivery& item);
+    // Queues regardless of the bounds (error reports, a closed peer's last message).
+    void push(Delivery item);
+    // Waits for the next item; nothing once stopped.
+    std::optional<Delivery> pop();
+    // Drops everything queued.
+    void clear();
+    void stop();
+    void restart();
+
+    std::size_t size();
+    std::size_t highWater();
+
+private:
+    std::function<void()> m_spaceFreed;
+    std::mutex m_mutex;
+    std::condition_variable m_ready;
+    std::deque<Delivery> m_items;
+    std::size_t m_maxMessages = 64;
+    std::size_t m_maxBytes = 64u << 20;
+    std::size_t m_bytes = 0;
+    std::size_t m_highWater = 0;
+    bool m_refused = false;
+    bool m_stopped = false;
+};
+
+} // namespace RFMsgExp

@@ -1,0 +1,247 @@
+#include "rfmsg/peerclient.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <mutex>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "rfmsg/framereader.h"
+#include "rfmsg/socketio.h"
+#include "rfmsg/wirecodec.h"
+#include "rfmsg/xexception.h"
+
+namespace RFMsgExp {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void raise(const std::string& text)
+{
+    throw IXException::Create(text);
+}
+
+} // namespace
+
+struct PeerClient::State
+{
+    int fd = -1;
+    // Set by close() from any thread; the descriptor itself is released only
+    // by the owning thread, so a concurrent receive() never sees it reused.
+    std::atomic<bool> open{false};
+    std::mutex sendMutex;
+    std::unique_ptr<Wire::FrameReader> reader;
+    std::uint32_t frameLimit = Wire::kDefaultFrameLimit;
+    std::string bridge;
+    Wire::Welcome welcome;
+
+    void release()
+    {
+        if (fd >= 0)
+            ::close(fd);
+        fd = -1;
+        open = false;
+    }
+
+    [[noreturn]] void end(const std::string& text)
+    {
+        if (fd >= 0)
+            ::shutdown(fd, SHUT_RDWR);
+        open = false;
+        raise(text);
+    }
+
+    // Waits for the next whole frame until `deadline` (none: for ever); false on time-out.
+    bool waitForFrame(std::optional<Clock::time_point> deadline)
+    {
+        for (;;) {
+            switch (reader->poll()) {
+            case Wire::FrameReader::Status::Ready:
+                return true;
+            case Wire::FrameReader::Status::Failed:
+                end(bridge + " sent " + reader->error());
+            case Wire::FrameReader::Status::NeedMore:
+                break;
+            }
+            if (!open)
+                raise("the connection to " + bridge + " is closed");
+            int timeout = -1;
+            if (deadline) {
+                const auto left =
+                    std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+                timeout = static_cast<int>(std::max<long>(0, left.count()));
+            }
+            pollfd entry{fd, POLLIN, 0};
+            const int ready = ::poll(&entry, 1, timeout);
+            if (ready < 0 && errno != EINTR)
+                end("cannot wait for " + bridge + ": " + SocketIo::errorText(errno));
+            if (ready == 0)
+                return false;
+            if (ready < 0)
+                continue;
+            char* space = reader->space();
+            const long received = ::recv(fd, space, reader->spaceSize(), MSG_DONTWAIT);
+            if (received > 0) {
+                reader->commit(static_cast<std::size_t>(received));
+            } else if (received == 0) {
+                if (!open)
+                    raise("the connection to " + bridge + " is closed");
+                if (reader->midFrame())
+                    end(bridge + " closed the connection in the middle of a frame (" +
+                        reader->midFrameDescription() + " received)");
+                end(bridge + " closed the connection");
+            } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+                end("the connection to " + bridge + " broke: " + SocketIo::errorText(errno));
+            }
+        }
+    }
+
+    void sendFrame(const Wire::FrameEncoder& frame)
+    {
+        const std::vector<iovec> pieces = frame.pieces();
+        std::string error;
+        std::lock_guard<std::mutex> lock(sendMutex);
+        if (!open)
+            raise("cannot send to " + bridge + ": the connection is closed");
+        if (!SocketIo::sendAll(fd, pieces.data(), pieces.size(), error))
+            end("cannot send to " + bridge + ": " + error);
+    }
+
+    [[noreturn]] void closedByBridge(const Wire::FrameReader::Frame& frame, const char* what)
+    {
+        std::string reason;
+        try {
+            reason = Wire::decodeClose(frame.payload, frame.size);
+        } catch (const Wire::DecodeError&) {
+        }
+        end(bridge + " " + what + (reason.empty() ? std::string() : ": " + reason));
+    }
+};
+
+PeerClient::PeerClient() : m_state(std::make_unique<State>()) {}
+
+PeerClient::~PeerClient()
+{
+    m_state->release();
+}
+
+void PeerClient::setFrameLimit(std::uint32_t limit)
+{
+    m_state->frameLimit = limit;
+}
+
+void PeerClient::connect(const std::string& host, int port, const std::string& appName,
+                         int timeoutMs)
+{
+    State& state = *m_state;
+    state.release();
+    state.bridge = "the bridge at " + host + ":" + std::to_string(port);
+    if (appName.empty())
+        raise("cannot connect to " + state.bridge + ": the application name is empty");
+    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(0, timeoutMs));
+    std::string error;
+    state.fd = SocketIo::connectTo(host, port, timeoutMs, error);
+    if (state.fd < 0)
+        raise("cannot connect to " + state.bridge + ": " + error);
+    state.open = true;
+    state.reader = std::make_unique<Wire::FrameReader>(state.frameLimit);
+    state.welcome = Wire::Welcome();
+
+    Wire::Hello hello;
+    hello.app = appName;
+    state.sendFrame(Wire::encodeHello(hello));
+    if (!state.waitForFrame(deadline))
+        state.end(state.bridge + " did not accept the announcement within " +
+                  std::to_string(timeoutMs) + " ms");
+    const Wire::FrameReader::Frame frame = state.reader->front();
+    if (frame.type == Wire::FrameType::Close)
+        state.closedByBridge(frame, "refused the connection");
+    if (frame.type != Wire::FrameType::Welcome)
+        state.end(state.bridge + " answered the announcement with a " +
+                  Wire::frameTypeName(static_cast<unsigned char>(frame.type)) + " frame");
+    try {
+        state.welcome = Wire::decodeWelcome(frame.payload, frame.size);
+    } catch (const Wire::DecodeError& decodeError) {
+        state.end(state.bridge + " sent a malformed welcome: " + decodeError.what());
+    }
+    state.reader->pop();
+}
+
+bool PeerClient::isConnected() const
+{
+    return m_state->open;
+}
+
+int PeerClient::number() const
+{
+    return m_state->welcome.number;
+}
+
+const std::string& PeerClient::libraryVersion() const
+{
+    return m_state->welcome.library;
+}
+
+const std::string& PeerClient::machineName() const
+{
+    return m_state->welcome.machine;
+}
+
+void PeerClient::send(const MessageContent& content)
+{
+    State& state = *m_state;
+    if (state.fd < 0)
+        raise("cannot send: not connected to a bridge");
+    const Wire::FrameEncoder frame = Wire::encodeMessage(content);
+    const std::size_t payload = frame.size() - Wire::kHeaderSize;
+    if (payload > state.welcome.frameLimit)
+        raise("cannot send a message of " + std::to_string(payload) + " bytes to " + state.bridge +
+              ": it takes frames of at most " + std::to_string(state.welcome.frameLimit) +
+              " bytes");
+    state.sendFrame(frame);
+}
+
+std::optional<MessageContent> PeerClient::receive(int timeoutMs)
+{
+    State& state = *m_state;
+    if (state.fd < 0)
+        raise("cannot receive: not connected to a bridge");
+    std::optional<Clock::time_point> deadline;
+    if (timeoutMs >= 0)
+        deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    if (!state.waitForFrame(deadline))
+        return std::nullopt;
+    const Wire::FrameReader::Frame frame = state.reader->front();
+    switch (frame.type) {
+    case Wire::FrameType::Message: {
+        MessageContent content;
+        try {
+            content = Wire::decodeMessage(frame.payload, frame.size);
+        } catch (const Wire::DecodeError& error) {
+            state.end(state.bridge + " sent a malformed message: " + error.what());
+        }
+        state.reader->pop();
+        return content;
+    }
+    case Wire::FrameType::Close:
+        state.closedByBridge(frame, "closed the connection");
+    case Wire::FrameType::Hello:
+    case Wire::FrameType::Welcome:
+        break;
+    }
+    state.end(state.bridge + " sent an unexpected " +
+              Wire::frameTypeName(static_cast<unsigned char>(frame.type)) + " frame");
+}
+
+void PeerClient::close()
+{
+    State& state = *m_state;
+    if (state.open.exchange(false) && state.fd >= 0)
+        ::shutdown(state.fd, SHUT_RDWR);
+}
+
+} // namespace RFMsgExp

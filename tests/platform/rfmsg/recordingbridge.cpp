@@ -1,0 +1,154 @@
+#include "recordingbridge.h"
+
+#include <chrono>
+#include <thread>
+
+#include <QCborMap>
+#include <QCborValue>
+
+#include "rfmsg/testing.h"
+
+using namespace RFMsgExp;
+
+RecordingBridge::~RecordingBridge()
+{
+    // Deliveries call into this object: end them before it goes.
+    Testing::stopDelivery(*this);
+}
+
+int RecordingBridge::start(const Testing::TransportLimits& limits)
+{
+    Testing::setTransportLimits(*this, limits);
+    int port = 0;
+    Init(port, 0);
+    return port;
+}
+
+void RecordingBridge::setHandler(Handler handler)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_handler = std::move(handler);
+}
+
+msg_auto_ptr<IRFMessage> RecordingBridge::OnReceive(msg_auto_ptr<IRFMessage> message)
+{
+    Handler handler;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        handler = m_handler;
+    }
+    msg_auto_ptr<IRFMessage> reply;
+    if (handler)
+        reply = handler(*message);
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_messages.push_back(Testing::contentOf(*message));
+    }
+    m_changed.notify_all();
+    return reply;
+}
+
+void RecordingBridge::OnError(const IXException& error)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_errors.push_back(error.GetInfo().str());
+    }
+    m_changed.notify_all();
+}
+
+bool RecordingBridge::waitForMessages(std::size_t count, int timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                              [&] { return m_messages.size() >= count; });
+}
+
+bool RecordingBridge::waitForErrors(std::size_t count, int timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                              [&] { return m_errors.size() >= count; });
+}
+
+std::vector<MessageContent> RecordingBridge::messages()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_messages;
+}
+
+std::vector<std::string> RecordingBridge::errors()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_errors;
+}
+
+std::vector<Testing::Peer> RecordingBridge::connected()
+{
+    std::vector<Testing::Peer> peers;
+    msg_auto_ptr<IXSetUsers> users = GetConnected();
+    for (int index = 0; index < users->Count(); ++index) {
+        msg_auto_ptr<IXUser> user = users->GetItem(index);
+        peers.push_back({user->GetAppName().str(), user->GetNumber()});
+    }
+    return peers;
+}
+
+bool RecordingBridge::waitForPeerCount(std::size_t count, int timeoutMs)
+{
+    return BridgeTestSupport::waitUntil([&] { return connected().size() == count; }, timeoutMs);
+}
+
+namespace BridgeTestSupport {
+
+bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+std::string frame(unsigned char type, const std::string& payload)
+{
+    std::string bytes = {'R', 'F', 1, static_cast<char>(type)};
+    const auto size = static_cast<std::uint32_t>(payload.size());
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>((size >> shift) & 0xff);
+    return bytes + payload;
+}
+
+std::string helloPayload(const std::string& app, int protocol)
+{
+    QCborMap hello;
+    hello.insert(QStringLiteral("app"), QString::fromStdString(app));
+    hello.insert(QStringLiteral("protocol"), protocol);
+    return hello.toCborValue().toCbor().toStdString();
+}
+
+MessageContent sampleMessage(int kind, const std::string& text, bool withDocument)
+{
+    MessageContent content;
+    content.kind = kind;
+    content.text = text;
+    content.properties = {{"RFDESIGN", "amp_top"}};
+    if (withDocument) {
+        DocumentContent document;
+        document.label = "amp_top";
+        document.name = "amp_top.sch";
+        document.path = "C:\\designs\\amp";
+        RegionContent region;
+        region.name = "lna";
+        region.netlist = "( P1 P2 )";
+        region.ports = {{"P1", 1, 0, "P1", "input", 50.0, 0.0, 1.5}};
+        document.regions.push_back(region);
+        document.portTypes = {{0, 0, "internal"}, {1, 1, "external"}};
+        content.document = document;
+    }
+    return content;
+}
+
+} // namespace BridgeTestSupport

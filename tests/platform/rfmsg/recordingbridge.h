@@ -1,0 +1,65 @@
+#pragma once
+// A bridge on a real loopback port that records what it receives and the
+// errors it reports, and lets a test wait for them.
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "rfmsg/messagecontent.h"
+#include "rfmsg/testing.h"
+#include "rfmsg/xbridge.h"
+
+class RecordingBridge : public RFMsgExp::XBridge
+{
+public:
+    // Runs on the delivery thread for every message before it is recorded; its
+    // result is the reply. Tests use it to answer or to block the delivery.
+    using Handler =
+        std::function<RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage>(RFMsgExp::IRFMessage& message)>;
+
+    RecordingBridge() = default;
+    ~RecordingBridge() override;
+
+    // Init on a free loopback port; the port.
+    int start(const RFMsgExp::Testing::TransportLimits& limits = {});
+    void setHandler(Handler handler);
+
+    RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage>
+    OnReceive(RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage> message) override;
+    void OnError(const RFMsgExp::IXException& error) override;
+
+    bool waitForMessages(std::size_t count, int timeoutMs = 10000);
+    bool waitForErrors(std::size_t count, int timeoutMs = 10000);
+    std::vector<RFMsgExp::MessageContent> messages();
+    std::vector<std::string> errors();
+
+    // GetConnected() read through the library's user set, every object released.
+    std::vector<RFMsgExp::Testing::Peer> connected();
+    bool waitForPeerCount(std::size_t count, int timeoutMs = 10000);
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    Handler m_handler;
+    std::vector<RFMsgExp::MessageContent> m_messages;
+    std::vector<std::string> m_errors;
+};
+
+namespace BridgeTestSupport {
+
+// Polls `condition` until it holds or `timeoutMs` passed; for states that
+// raise no event of their own (the peer list).
+bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 10000);
+
+// A frame as bytes: header and payload, with the payload's true length.
+std::string frame(unsigned char type, const std::string& payload);
+// The CBOR payload of a HELLO naming `app`.
+std::string helloPayload(const std::string& app, int protocol = 1);
+// A message with `text` and one property; a small document when asked.
+RFMsgExp::MessageContent sampleMessage(int kind, const std::string& text,
+                                       bool withDocument = false);
+
+} // namespace BridgeTestSupport

@@ -4,14 +4,37 @@
 #include <QByteArray>
 
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "hostoptions.h"
 #include "session.h"
 
+namespace {
+
+// A closed standard stream would be taken over by the next file opened (the
+// journal, a socket): keep 0, 1 and 2 taken, by /dev/null if need be.
+void occupyStandardStreams()
+{
+    for (int stream = 0; stream <= 2; ++stream) {
+        if (::fcntl(stream, F_GETFD) != -1)
+            continue;
+        const int opened = ::open("/dev/null", stream == 0 ? O_RDONLY : O_WRONLY);
+        if (opened >= 0 && opened != stream) {
+            ::dup2(opened, stream);
+            ::close(opened);
+        }
+    }
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
+    occupyStandardStreams();
     HostOptions options;
     std::string error;
     if (!HostOptions::parse(std::vector<std::string>(argv + 1, argv + argc), options, &error)) {
@@ -42,5 +65,8 @@ int main(int argc, char** argv)
     QMetaObject::invokeMethod(session, &Session::start, Qt::QueuedConnection);
     status = application.exec();
     session->finish(status);
-    return status;
+    // Threads of the plug-in (its messaging library's) may still run: end here
+    // rather than tear static objects and Qt down under them.
+    std::fflush(nullptr);
+    std::_Exit(status);
 }

@@ -70,6 +70,8 @@ void Session::start()
 
 void Session::finish(int status)
 {
+    if (m_input)
+        m_input->pause(); // gives the terminal back
     m_server->shutdown();
     LumoHost::installBackend(nullptr);
     m_journal.write(

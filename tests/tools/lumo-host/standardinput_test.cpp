@@ -67,4 +67,15 @@ TEST(HostStandardInput, EndOfInputHandsOverToServing)
     EXPECT_EQ(run.texts("info").size(), 2);
 }
 
+TEST(HostStandardInput, AClosedStandardInputEndsAtOnce)
+{
+    // Through a shell, which can start the host with its standard input closed.
+    HostProcess host({"-c", "exec \"$0\" \"$@\" - <&-", hostPath(), "--plugin", testPluginPath(),
+                      "-e", "de_info(\"before\");"},
+                     "/bin/sh");
+    const HostRun run = host.finish();
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.texts("info"), QStringList{"before"});
+}
+
 } // namespace

@@ -244,8 +244,7 @@ ScriptEngine::CallResult HostFunctions::importEgs(const std::vector<BRIOValue>& 
     return effect(m_workspace.importEgs(args[0].toString(), args[1].toString(), args[3].toString(),
                                         args[4].toString(), args[5].toString()),
                   "EGS file " + args[1].toString() + " imported into library " +
-                      args[0].toString() + " as EM view " + args[3].toString() + "_" +
-                      args[4].toString());
+                      args[0].toString() + " as an EM view");
 }
 
 ScriptEngine::CallResult HostFunctions::addPort(const std::vector<BRIOValue>& args)

@@ -176,8 +176,11 @@ Workspace::Result Workspace::importEgs(const std::string& library, const std::st
     const QFileInfo source(qs(file));
     if (!source.isFile())
         return {false, "the file " + file + " does not exist", {}};
-    const std::string view = design + "_" + region;
-    if (!isFileName(design) || !isFileName(region))
+    // DESIGN_REGION; an empty design label or region name is left out.
+    const std::string view =
+        design.empty() || region.empty() ? design + region : design + "_" + region;
+    if (!isFileName(view) || (!design.empty() && !isFileName(design)) ||
+        (!region.empty() && !isFileName(region)))
         return {false, "the EM view name \"" + view + "\" cannot name a file", {}};
     const QString folder = qs(m_path) + "/libraries/" + qs(library);
     if (!makeFolder(folder, result.reason)) {

@@ -164,6 +164,36 @@ TEST_F(HostFunctionsTest, EgsImportMakesAnEmViewThatCollectsThePorts)
     EXPECT_DOUBLE_EQ(second.value("value").toDouble(), 0.5);
 }
 
+TEST_F(HostFunctionsTest, EmViewNameLeavesOutAnEmptyDesignLabelOrRegion)
+{
+    const QString egs = writeFile("genFathom_a", "egs\n");
+    struct Case
+    {
+        QString design;
+        QString region;
+        QString view; // empty: refused
+    };
+    const std::vector<Case> cases = {
+        {"amp", "", "amp"}, {"", "lna", "lna"}, {"", "", ""}, {"a/b", "lna", ""}, {"..", "", ""},
+    };
+    QByteArray input;
+    for (const Case& row : cases)
+        input += ("mgclink_import_egs_file(''rflib'',''" + egs + "'', NULL, ''" + row.design +
+                  "'',''" + row.region + "'',''/d'');\n")
+                     .toUtf8();
+    const HostRun result = run({}, input);
+    const std::vector<QJsonObject> scripts = result.records("script");
+    ASSERT_EQ(scripts.size(), cases.size());
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(scripts[i].value("ok").toBool(), !cases[i].view.isEmpty());
+        if (!cases[i].view.isEmpty())
+            EXPECT_TRUE(QFile::exists(ws("libraries/rflib/" + cases[i].view + ".emview")));
+        else
+            EXPECT_TRUE(scripts[i].value("reason").toString().contains("cannot name a file"));
+    }
+}
+
 TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWrong)
 {
     const QString iff = writeFile("a.iff", "x");

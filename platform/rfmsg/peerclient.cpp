@@ -38,6 +38,8 @@ struct PeerClient::State
     std::uint32_t frameLimit = Wire::kDefaultFrameLimit;
     std::string bridge;
     Wire::Welcome welcome;
+    // The bridge ended the connection in order (end of stream between frames).
+    bool bridgeEnded = false;
 
     void release()
     {
@@ -93,6 +95,7 @@ struct PeerClient::State
                 if (reader->midFrame())
                     end(bridge + " closed the connection in the middle of a frame (" +
                         reader->midFrameDescription() + " received)");
+                bridgeEnded = true;
                 end(bridge + " closed the connection");
             } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 end("the connection to " + bridge + " broke: " + SocketIo::errorText(errno));
@@ -150,6 +153,7 @@ void PeerClient::connect(const std::string& host, int port, const std::string& a
     state.open = true;
     state.reader = std::make_unique<Wire::FrameReader>(state.frameLimit);
     state.welcome = Wire::Welcome();
+    state.bridgeEnded = false;
 
     Wire::Hello hello;
     hello.app = appName;
@@ -235,6 +239,33 @@ std::optional<MessageContent> PeerClient::receive(int timeoutMs)
     }
     state.end(state.bridge + " sent an unexpected " +
               Wire::frameTypeName(static_cast<unsigned char>(frame.type)) + " frame");
+}
+
+void PeerClient::finish(int timeoutMs)
+{
+    State& state = *m_state;
+    if (state.fd < 0 || !state.open)
+        return;
+    // No more messages from here: the bridge reads to the end and then closes.
+    ::shutdown(state.fd, SHUT_WR);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(0, timeoutMs));
+    try {
+        for (;;) {
+            if (!state.waitForFrame(deadline))
+                state.end(state.bridge + " did not close the connection within " +
+                          std::to_string(timeoutMs) + " ms after the last message");
+            const bool farewell = state.reader->front().type == Wire::FrameType::Close;
+            // Messages that still arrive are not wanted any more.
+            state.reader->pop();
+            if (farewell)
+                break;
+        }
+    } catch (IXException* error) {
+        if (!state.bridgeEnded)
+            throw;
+        error->Destroy();
+    }
+    state.release();
 }
 
 void PeerClient::close()

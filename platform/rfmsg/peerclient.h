@@ -43,7 +43,12 @@ public:
     // (negative: no time limit). Throws when the connection ends; the text says
     // whether the bridge closed it, and why, or it broke.
     std::optional<MessageContent> receive(int timeoutMs);
-    // Closes the connection. Safe to call more than once.
+    // Ends the connection in order: tells the bridge that no more messages
+    // come and waits until it has read everything sent and closed its side
+    // (messages arriving meanwhile are dropped). Throws when that takes longer
+    // than `timeoutMs` or the connection breaks.
+    void finish(int timeoutMs = 60000);
+    // Closes the connection at once. Safe to call more than once.
     void close();
 
     // Largest frame accepted from the bridge (default 1 GiB).

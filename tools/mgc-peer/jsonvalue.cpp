@@ -1,0 +1,28 @@
+#include "jsonvalue.h"
+
+const JsonValue* JsonValue::find(const std::string& key) const
+{
+    for (const auto& member : members)
+        if (member.first == key)
+            return &member.second;
+    return nullptr;
+}
+
+const char* JsonValue::typeName() const
+{
+    switch (type) {
+    case Type::Null:
+        return "null";
+    case Type::Boolean:
+        return "a boolean";
+    case Type::Number:
+        return "a number";
+    case Type::String:
+        return "a string";
+    case Type::Array:
+        return "an array";
+    case Type::Object:
+        return "an object";
+    }
+    return "a value";
+}

@@ -94,13 +94,14 @@ void CreateDesign(XServerLUMO& server, RFMsgExp::IRFRegion& region, std::string 
             const std::string label = text(port->GetLabel());
             const std::string note = text(port->GetNote());
             (void)note;
-            const std::string value = from_double(port->GetValue(), 'g', 6);
-            (void)value;
+            // Every field of a taken port is read in this order; the value and
+            // the second enabled flag never enter the command, so they are not
+            // formatted (formatting is most of a message's own cost).
+            (void)port->GetValue();
             RFMsgExp::msg_auto_ptr<RFMsgExp::IRFPosition> position = port->GetPosition();
             const std::string x = from_double(position->GetX(), 'g', 6);
             const std::string y = from_double(position->GetY(), 'g', 6);
-            const std::string enabled = from_int(port->GetEnabled());
-            (void)enabled;
+            (void)port->GetEnabled();
 
             ++portCount;
             portList += separator;

@@ -1,6 +1,7 @@
 #include "lumo/strings.h"
 
 #include <cctype>
+#include <charconv>
 #include <clocale>
 #include <cstdio>
 #include <locale>
@@ -10,6 +11,18 @@ std::string from_int(int value) { return std::to_string(value); }
 
 std::string from_double(double value, char format, int precision)
 {
+    // to_chars formats as printf does in the C locale, whatever the user's
+    // locale, without building a stream per number; the stream below is kept
+    // for what does not fit the buffer (huge fixed-point values).
+    char buffer[128];
+    const std::chars_format style = format == 'f'   ? std::chars_format::fixed
+                                    : format == 'e' ? std::chars_format::scientific
+                                                    : std::chars_format::general;
+    const std::to_chars_result converted =
+        std::to_chars(buffer, buffer + sizeof buffer, value, style, precision);
+    if (converted.ec == std::errc())
+        return std::string(buffer, converted.ptr);
+
     // Through a classic-locale stream: the point never turns into a comma.
     std::ostringstream out;
     out.imbue(std::locale::classic());

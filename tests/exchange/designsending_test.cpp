@@ -179,17 +179,4 @@ TEST_F(DesignSending, LayoutSendWithAnUnreadableLayoutOnlyLeavesTheReaderLine)
     unreleasedHandles = 1;
 }
 
-TEST_F(DesignSending, LayoutSendKeepsOneArgumentValuePerCall)
-{
-    const std::string schematic = file("s.iff", "S");
-    const std::string layout = file("l.iff", "L");
-    for (int call = 0; call < 3; ++call)
-        EXPECT_EQ(send("mgcconnect_layoutsend_command", {layout, schematic, "d", "r", "p"}),
-                  std::string("S\nL\n"));
-    for (int call = 0; call < 3; ++call)
-        EXPECT_EQ(send("mgcconnect_designsend_command", {schematic, layout, "d", "r", "p"}),
-                  std::string("S\nL\n"));
-    unreleasedHandles = 3;
-}
-
 } // namespace

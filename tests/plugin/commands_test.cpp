@@ -93,6 +93,7 @@ TEST_F(Commands, InitializeTakesTwoIntegersOrGivesNullAndStartsNothing)
     // Each integer's value is released as soon as it is read.
     EXPECT_EQ(callCommand(test, "mgcconnect_initialize", {0, 0}, 1), std::nullopt);
     EXPECT_TRUE(statements().empty()) << "no start was logged";
+    EXPECT_EQ(test.server().GetPort(), 0) << "the bridge was started";
 }
 
 class InitializeCommand : public Commands

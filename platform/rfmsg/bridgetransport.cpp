@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <stdexcept>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -97,14 +98,21 @@ void BridgeTransport::listen(int& port, int flags)
         std::lock_guard<std::mutex> lock(m_mutex);
         m_port = port;
         m_nextNumber = 1;
+        m_active = m_limits;
         m_queue.setBounds(m_limits.queuedMessages, m_limits.queuedBytes);
     }
-    if (!m_delivery.joinable()) {
-        m_queue.restart();
-        m_delivery = std::thread(&BridgeTransport::runDelivery, this);
-    }
+    // Nobody holds the network role now: its state is ours to set.
+    m_listenFd = listenFd;
+    m_acceptRestUntil = Clock::time_point();
     m_stopNetwork = false;
-    m_network = std::thread(&BridgeTransport::runNetwork, this, listenFd);
+    std::lock_guard<std::mutex> roles(m_roleMutex);
+    if (m_workers.empty()) {
+        m_stopWorkers = false;
+        for (int i = 0; i < 2; ++i)
+            m_workers.emplace_back(&BridgeTransport::runWorker, this);
+    }
+    m_networkWanted = true;
+    m_roleChanged.notify_all();
 }
 
 void BridgeTransport::disconnect()
@@ -116,12 +124,28 @@ void BridgeTransport::disconnect()
 
 void BridgeTransport::stopNetwork()
 {
-    if (!m_network.joinable())
-        return;
-    // The network thread never waits for anyone, so joining it is quick.
-    m_stopNetwork = true;
-    wake();
-    m_network.join();
+    {
+        std::unique_lock<std::mutex> roles(m_roleMutex);
+        if (!m_networkWanted && m_listenFd < 0)
+            return;
+        m_networkWanted = false;
+        m_stopNetwork = true;
+        wake();
+        // The network role never waits for anyone, so this is quick; a
+        // delivery in progress is not waited for.
+        m_roleChanged.wait(roles, [this] { return !m_networkTaken; });
+    }
+    const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
+    for (const Connection& connection : m_connections) {
+        connection->pending.reset();
+        connection->closeWith(farewell);
+    }
+    m_connections.clear();
+    if (m_listenFd >= 0)
+        ::close(m_listenFd);
+    m_listenFd = -1;
+    m_paused = 0;
+    m_open = 0;
     std::lock_guard<std::mutex> lock(m_mutex);
     m_listed.clear();
     m_port = 0;
@@ -131,13 +155,20 @@ void BridgeTransport::stopDelivery()
 {
     std::lock_guard<std::mutex> control(m_controlMutex);
     stopNetwork();
-    m_queue.stop();
-    if (m_delivery.joinable()) {
-        if (m_delivery.get_id() == std::this_thread::get_id())
-            m_delivery.detach();
-        else
-            m_delivery.join();
+    {
+        std::lock_guard<std::mutex> roles(m_roleMutex);
+        m_stopWorkers = true;
     }
+    m_roleChanged.notify_all();
+    for (std::thread& worker : m_workers) {
+        // Called from OnReceive itself: that delivery cannot be waited for.
+        if (worker.get_id() == std::this_thread::get_id())
+            worker.detach();
+        else
+            worker.join();
+    }
+    m_workers.clear();
+    m_queue.clear();
 }
 
 std::vector<Testing::Peer> BridgeTransport::peers()
@@ -173,7 +204,12 @@ void BridgeTransport::send(IRFMessage& message, const std::string& target)
     }
     if (targets.empty())
         return;
-    const auto frame = frameOf(Wire::encodeMessage(Internal::contentView(message)));
+    std::shared_ptr<const std::string> frame;
+    try {
+        frame = frameOf(Wire::encodeMessage(Internal::contentView(message)));
+    } catch (const std::length_error& error) {
+        throw IXException::Create(std::string("cannot send: ") + error.what());
+    }
     for (const Connection& connection : targets)
         sendFrame(connection, frame);
 }
@@ -221,12 +257,69 @@ Testing::TransportStats BridgeTransport::stats()
     return stats;
 }
 
-// Delivery thread -----------------------------------------------------------
+// Roles -----------------------------------------------------------------------
 
-void BridgeTransport::runDelivery()
+void BridgeTransport::runWorker()
 {
-    while (std::optional<Delivery> item = m_queue.pop())
+    std::unique_lock<std::mutex> roles(m_roleMutex);
+    for (;;) {
+        m_roleChanged.wait(roles, [this] {
+            return m_stopWorkers || (!m_networkTaken && m_networkWanted) ||
+                   (!m_delivering && !m_queue.empty());
+        });
+        if (m_stopWorkers)
+            return;
+        // The network first: the sockets are never left unwatched.
+        if (!m_networkTaken && m_networkWanted) {
+            m_networkTaken = true;
+            roles.unlock();
+            const bool toDeliver = runNetwork();
+            roles.lock();
+            if (!toDeliver) {
+                m_networkTaken = false;
+                m_roleChanged.notify_all();
+                continue;
+            }
+            // runNetwork() handed the network over and took the delivery.
+        } else {
+            m_delivering = true;
+        }
+        roles.unlock();
+        deliverAll();
+        roles.lock();
+    }
+}
+
+void BridgeTransport::deliverAll()
+{
+    for (;;) {
+        std::optional<Delivery> item = m_queue.tryPop();
+        if (!item) {
+            // Decided under the role lock: the network role looks at
+            // m_delivering under it after every message it queues.
+            std::lock_guard<std::mutex> roles(m_roleMutex);
+            if (m_queue.empty()) {
+                m_delivering = false;
+                return;
+            }
+            continue;
+        }
         deliver(*item);
+    }
+}
+
+bool BridgeTransport::takeDelivery()
+{
+    {
+        std::lock_guard<std::mutex> roles(m_roleMutex);
+        if (m_delivering || m_stopNetwork)
+            return false;
+        m_delivering = true;
+        m_networkTaken = false;
+    }
+    // The other thread is idle: it takes the network while this one delivers.
+    m_roleChanged.notify_all();
+    return true;
 }
 
 void BridgeTransport::deliver(Delivery& item)
@@ -264,116 +357,112 @@ void BridgeTransport::deliver(Delivery& item)
     }
 }
 
-// Network thread ------------------------------------------------------------
+// Network role ----------------------------------------------------------------
 
-void BridgeTransport::runNetwork(int listenFd)
+bool BridgeTransport::runNetwork()
 {
-    Testing::TransportLimits limits;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        limits = m_limits;
+    for (;;) {
+        if (m_stopNetwork.load())
+            return false;
+        if (!m_queue.empty() && takeDelivery())
+            return true;
+        pollOnce();
     }
-    Connections connections;
-    std::vector<pollfd> fds;
-    Clock::time_point acceptRestUntil;
-    while (!m_stopNetwork.load()) {
-        Clock::time_point now = Clock::now();
-        const bool acceptResting = now < acceptRestUntil;
-        int timeout = acceptResting ? millisecondsUntil(acceptRestUntil, now) : -1;
-        fds.clear();
-        fds.push_back({m_wakeFd, POLLIN, 0});
-        fds.push_back({acceptResting ? -1 : listenFd, POLLIN, 0});
-        for (const Connection& connection : connections) {
-            short events = 0;
-            if (!connection->pending)
-                events |= POLLIN | POLLRDHUP;
-            else if (!connection->peerClosed)
-                events |= POLLRDHUP;
-            if (connection->wantsWrite())
-                events |= POLLOUT;
-            fds.push_back({events ? connection->fd() : -1, events, 0});
-            if (!connection->announced()) {
-                const int left = millisecondsUntil(connection->handshakeDeadline, now);
-                timeout = timeout < 0 ? left : std::min(timeout, left);
-            }
+}
+
+void BridgeTransport::pollOnce()
+{
+    Clock::time_point now = Clock::now();
+    const bool acceptResting = now < m_acceptRestUntil;
+    int timeout = acceptResting ? millisecondsUntil(m_acceptRestUntil, now) : -1;
+    m_fds.clear();
+    m_fds.push_back({m_wakeFd, POLLIN, 0});
+    m_fds.push_back({acceptResting ? -1 : m_listenFd, POLLIN, 0});
+    for (const Connection& connection : m_connections) {
+        short events = 0;
+        if (!connection->pending)
+            events |= POLLIN | POLLRDHUP;
+        else if (!connection->peerClosed)
+            events |= POLLRDHUP;
+        if (connection->wantsWrite())
+            events |= POLLOUT;
+        m_fds.push_back({events ? connection->fd() : -1, events, 0});
+        if (!connection->announced()) {
+            const int left = millisecondsUntil(connection->handshakeDeadline, now);
+            timeout = timeout < 0 ? left : std::min(timeout, left);
         }
-        if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR) {
+    }
+    if (::poll(m_fds.data(), m_fds.size(), timeout) < 0) {
+        if (errno != EINTR) {
+            // Not expected with valid descriptors; rest a little rather than spin.
             m_queue.push(
                 {{},
                  {},
                  "the bridge cannot wait for its connections: " + SocketIo::errorText(errno),
                  0});
-            break;
+            m_acceptRestUntil = Clock::now() + kAcceptRest;
         }
-        if (fds[0].revents) {
-            std::uint64_t count;
-            [[maybe_unused]] auto read = ::read(m_wakeFd, &count, sizeof count);
-        }
-        const std::size_t polled = connections.size();
-        for (std::size_t i = 0; i < polled; ++i) {
-            const Connection& connection = connections[i];
-            const short revents = fds[i + 2].revents;
-            if (!revents || !connection->isOpen())
-                continue;
-            try {
-                if ((revents & (POLLOUT | POLLERR | POLLHUP)) && connection->wantsWrite()) {
-                    std::string error;
-                    if (!connection->flush(error)) {
-                        fail(connection, "connection broken: " + error);
-                        continue;
-                    }
+        return;
+    }
+    if (m_fds[0].revents) {
+        std::uint64_t count;
+        [[maybe_unused]] auto read = ::read(m_wakeFd, &count, sizeof count);
+    }
+    const std::size_t polled = m_connections.size();
+    for (std::size_t i = 0; i < polled; ++i) {
+        const Connection connection = m_connections[i];
+        const short revents = m_fds[i + 2].revents;
+        if (!revents || !connection->isOpen())
+            continue;
+        try {
+            if ((revents & (POLLOUT | POLLERR | POLLHUP)) && connection->wantsWrite()) {
+                std::string error;
+                if (!connection->flush(error)) {
+                    fail(connection, "connection broken: " + error);
+                    continue;
                 }
-                if (connection->pending) {
-                    if (revents & (POLLRDHUP | POLLHUP | POLLERR)) {
-                        // It left; what it sent before is still delivered.
-                        connection->peerClosed = true;
-                        unlist(connection);
-                    }
-                } else if (revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) {
-                    readFrom(connection);
-                }
-            } catch (const std::bad_alloc&) {
-                fail(connection, "out of memory while receiving (" +
-                                     connection->reader.midFrameDescription() + ")");
             }
+            if (connection->pending) {
+                if (revents & (POLLRDHUP | POLLHUP | POLLERR)) {
+                    // It left; what it sent before is still delivered.
+                    connection->peerClosed = true;
+                    unlist(connection);
+                }
+            } else if (revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) {
+                readFrom(connection);
+            }
+        } catch (const std::bad_alloc&) {
+            fail(connection, "out of memory while receiving (" +
+                                 connection->reader.midFrameDescription() + ")");
         }
-        if ((fds[1].revents & POLLIN) && !acceptPeers(listenFd, limits, connections))
-            acceptRestUntil = Clock::now() + kAcceptRest;
-        for (const Connection& connection : connections)
-            if (connection->pending && connection->isOpen())
-                resume(connection);
-        now = Clock::now();
-        for (const Connection& connection : connections)
-            if (connection->isOpen() && !connection->announced() &&
-                connection->handshakeDeadline <= now)
-                fail(connection,
-                     "did not announce itself within " + durationText(limits.handshakeTimeoutMs));
-        connections.erase(
-            std::remove_if(connections.begin(), connections.end(),
-                           [](const Connection& connection) { return !connection->isOpen(); }),
-            connections.end());
-        int paused = 0;
-        for (const Connection& connection : connections)
-            paused += connection->pending ? 1 : 0;
-        m_paused = paused;
-        m_open = static_cast<int>(connections.size());
     }
-    const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
-    for (const Connection& connection : connections) {
-        connection->pending.reset();
-        connection->closeWith(farewell);
-    }
-    m_paused = 0;
-    m_open = 0;
-    ::close(listenFd);
+    if ((m_fds[1].revents & POLLIN) && !acceptPeers())
+        m_acceptRestUntil = Clock::now() + kAcceptRest;
+    for (const Connection& connection : m_connections)
+        if (connection->pending && connection->isOpen())
+            resume(connection);
+    now = Clock::now();
+    for (const Connection& connection : m_connections)
+        if (connection->isOpen() && !connection->announced() &&
+            connection->handshakeDeadline <= now)
+            fail(connection,
+                 "did not announce itself within " + durationText(m_active.handshakeTimeoutMs));
+    m_connections.erase(
+        std::remove_if(m_connections.begin(), m_connections.end(),
+                       [](const Connection& connection) { return !connection->isOpen(); }),
+        m_connections.end());
+    int paused = 0;
+    for (const Connection& connection : m_connections)
+        paused += connection->pending ? 1 : 0;
+    m_paused = paused;
+    m_open = static_cast<int>(m_connections.size());
 }
 
-bool BridgeTransport::acceptPeers(int listenFd, const Testing::TransportLimits& limits,
-                                  Connections& connections)
+bool BridgeTransport::acceptPeers()
 {
     for (;;) {
         std::string address;
-        const int fd = SocketIo::acceptFrom(listenFd, address);
+        const int fd = SocketIo::acceptFrom(m_listenFd, address);
         if (fd < 0) {
             if (errno == EINTR || errno == ECONNABORTED)
                 continue;
@@ -387,9 +476,9 @@ bool BridgeTransport::acceptPeers(int listenFd, const Testing::TransportLimits& 
             return false;
         }
         SocketIo::setNoDelay(fd);
-        connections.push_back(std::make_shared<BridgeConnection>(
-            fd, address, limits.frameLimit,
-            Clock::now() + std::chrono::milliseconds(limits.handshakeTimeoutMs)));
+        m_connections.push_back(std::make_shared<BridgeConnection>(
+            fd, address, m_active.frameLimit,
+            Clock::now() + std::chrono::milliseconds(m_active.handshakeTimeoutMs)));
     }
 }
 
@@ -401,10 +490,14 @@ void BridgeTransport::readFrom(const Connection& connection)
         const long received =
             ::recv(connection->fd(), space, connection->reader.spaceSize(), MSG_DONTWAIT);
         if (received > 0) {
+            const bool drained =
+                static_cast<std::size_t>(received) < connection->reader.spaceSize();
             connection->reader.commit(static_cast<std::size_t>(received));
             processFrames(connection);
             budget -= received;
-            if (budget <= 0)
+            // Less than there was room for: the socket is empty, and asking
+            // again would only cost a call (poll() says when more comes).
+            if (drained || budget <= 0)
                 return;
             continue;
         }
@@ -504,7 +597,7 @@ void BridgeTransport::announce(const Connection& connection, const char* payload
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         welcome.number = m_nextNumber++;
-        welcome.frameLimit = m_limits.frameLimit;
+        welcome.frameLimit = m_active.frameLimit;
         connection->announce(hello.app, welcome.number);
         m_listed.push_back(connection);
     }
@@ -549,13 +642,12 @@ void BridgeTransport::unlist(const Connection& connection)
     m_listed.erase(std::remove(m_listed.begin(), m_listed.end(), connection), m_listed.end());
 }
 
-bool BridgeTransport::resume(const Connection& connection)
+void BridgeTransport::resume(const Connection& connection)
 {
     if (!m_queue.tryPush(*connection->pending))
-        return false;
+        return;
     connection->pending.reset();
     processFrames(connection);
-    return true;
 }
 
 } // namespace RFMsgExp

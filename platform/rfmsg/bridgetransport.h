@@ -1,15 +1,26 @@
 #pragma once
-// Internal: the network side of one XBridge. A network thread accepts peers,
-// reads and writes frames; a delivery thread hands received messages to
-// XBridge::OnReceive one at a time and errors to OnError. No user code ever
-// runs on the network thread, so the host's thread may always wait for it.
+// Internal: the network side of one XBridge.
+//
+// Two library threads share two roles. The network role accepts peers and
+// reads and writes frames; the delivery role hands received messages to
+// XBridge::OnReceive one at a time, in arrival order, and errors to OnError.
+// A thread holding the network role that finds a message waiting and nobody
+// delivering takes the delivery itself and wakes the other thread to watch
+// the network: a message is delivered by the thread that read it, without a
+// hand-over on its way, and the network is watched during every delivery.
+// No user code runs in the network role, so the host's thread may always wait
+// for that role to let go (Disconnect does).
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <poll.h>
 
 #include "rfmsg/deliveryqueue.h"
 #include "rfmsg/testing.h"
@@ -35,7 +46,7 @@ public:
     int port();
     void send(IRFMessage& message, const std::string& target);
 
-    // Disconnects and ends the delivery thread once its delivery returned.
+    // Disconnects and ends both threads once the delivery in progress returned.
     void stopDelivery();
 
     // Test seam.
@@ -46,20 +57,23 @@ public:
     Testing::TransportStats stats();
 
 private:
+    using Clock = std::chrono::steady_clock;
     using Connection = std::shared_ptr<BridgeConnection>;
     using Connections = std::vector<Connection>;
 
     void wake();
+    // Takes the network role away and closes every connection (control mutex held).
     void stopNetwork();
-    void runDelivery();
+    void runWorker();
+    void deliverAll();
     void deliver(Delivery& item);
     void sendFrame(const Connection& connection, std::shared_ptr<const std::string> frame);
 
-    // Network thread.
-    void runNetwork(int listenFd);
-    // False when accepting failed for another reason than "no more for now".
-    bool acceptPeers(int listenFd, const Testing::TransportLimits& limits,
-                     Connections& connections);
+    // Network role. True when it left to deliver, false when it was stopped.
+    bool runNetwork();
+    bool takeDelivery();
+    void pollOnce();
+    bool acceptPeers();
     void readFrom(const Connection& connection);
     void processFrames(const Connection& connection);
     void handleFrame(const Connection& connection);
@@ -68,7 +82,7 @@ private:
     void fail(const Connection& connection, const std::string& what);
     void closeConnection(const Connection& connection);
     void unlist(const Connection& connection);
-    bool resume(const Connection& connection);
+    void resume(const Connection& connection);
 
     XBridge& m_owner;
     DeliveryQueue m_queue;
@@ -76,9 +90,24 @@ private:
 
     // Serialises listen(), disconnect() and stopDelivery().
     std::mutex m_controlMutex;
-    std::thread m_network;
-    std::thread m_delivery;
+
+    // Who does what.
+    std::mutex m_roleMutex;
+    std::condition_variable m_roleChanged;
+    std::vector<std::thread> m_workers;
+    bool m_stopWorkers = false;
+    bool m_networkWanted = false;
+    bool m_networkTaken = false;
+    bool m_delivering = false;
     std::atomic<bool> m_stopNetwork{false};
+
+    // The network's state: used by the thread in the network role, or by
+    // listen() and disconnect() while nobody can take that role.
+    int m_listenFd = -1;
+    Connections m_connections;
+    Testing::TransportLimits m_active;
+    Clock::time_point m_acceptRestUntil;
+    std::vector<pollfd> m_fds;
     std::atomic<int> m_paused{0};
     std::atomic<int> m_open{0};
 

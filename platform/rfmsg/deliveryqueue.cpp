@@ -19,42 +19,35 @@ void DeliveryQueue::setBounds(std::size_t messages, std::size_t bytes)
 
 bool DeliveryQueue::tryPush(Delivery& item)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        const bool room = m_items.empty() ||
-                          (m_items.size() < m_maxMessages && m_bytes + item.bytes <= m_maxBytes);
-        if (!room) {
-            m_refused = true;
-            return false;
-        }
-        m_bytes += item.bytes;
-        m_items.push_back(std::move(item));
-        m_highWater = std::max(m_highWater, m_items.size());
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const bool room =
+        m_items.empty() || (m_items.size() < m_maxMessages && m_bytes + item.bytes <= m_maxBytes);
+    if (!room) {
+        m_refused = true;
+        return false;
     }
-    m_ready.notify_one();
+    m_bytes += item.bytes;
+    m_items.push_back(std::move(item));
+    m_highWater = std::max(m_highWater, m_items.size());
     return true;
 }
 
 void DeliveryQueue::push(Delivery item)
 {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_bytes += item.bytes;
-        m_items.push_back(std::move(item));
-        m_highWater = std::max(m_highWater, m_items.size());
-    }
-    m_ready.notify_one();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_bytes += item.bytes;
+    m_items.push_back(std::move(item));
+    m_highWater = std::max(m_highWater, m_items.size());
 }
 
-std::optional<Delivery> DeliveryQueue::pop()
+std::optional<Delivery> DeliveryQueue::tryPop()
 {
     std::optional<Delivery> item;
     bool wake = false;
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_ready.wait(lock, [this] { return m_stopped || !m_items.empty(); });
-        if (m_stopped)
-            return std::nullopt;
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_items.empty())
+            return item;
         item.emplace(std::move(m_items.front()));
         m_items.pop_front();
         m_bytes -= item->bytes;
@@ -63,6 +56,12 @@ std::optional<Delivery> DeliveryQueue::pop()
     if (wake)
         m_spaceFreed();
     return item;
+}
+
+bool DeliveryQueue::empty()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_items.empty();
 }
 
 void DeliveryQueue::clear()
@@ -75,22 +74,6 @@ void DeliveryQueue::clear()
         m_refused = false;
     }
     // Messages are destroyed here, outside the lock.
-}
-
-void DeliveryQueue::stop()
-{
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopped = true;
-    }
-    m_ready.notify_all();
-    clear();
-}
-
-void DeliveryQueue::restart()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_stopped = false;
 }
 
 std::size_t DeliveryQueue::size()

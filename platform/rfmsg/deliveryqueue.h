@@ -1,9 +1,8 @@
 #pragma once
-// Internal: what the network thread hands to the delivery thread, in arrival
-// order. Bounded: when full, the network thread keeps the message and stops
+// Internal: what the network role hands to the delivery role, in arrival
+// order. Bounded: when full, the network role keeps the message and stops
 // reading that peer until spaceFreed tells it there is room again.
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -39,12 +38,11 @@ public:
     bool tryPush(Delivery& item);
     // Queues regardless of the bounds (error reports, a closed peer's last message).
     void push(Delivery item);
-    // Waits for the next item; nothing once stopped.
-    std::optional<Delivery> pop();
+    // The oldest item, if any.
+    std::optional<Delivery> tryPop();
+    bool empty();
     // Drops everything queued.
     void clear();
-    void stop();
-    void restart();
 
     std::size_t size();
     std::size_t highWater();
@@ -52,14 +50,12 @@ public:
 private:
     std::function<void()> m_spaceFreed;
     std::mutex m_mutex;
-    std::condition_variable m_ready;
     std::deque<Delivery> m_items;
     std::size_t m_maxMessages = 64;
     std::size_t m_maxBytes = 64u << 20;
     std::size_t m_bytes = 0;
     std::size_t m_highWater = 0;
     bool m_refused = false;
-    bool m_stopped = false;
 };
 
 } // namespace RFMsgExp

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include "rfmsg/xexception.h"
+#include <stdexcept>
 
 namespace RFMsgExp::Wire {
 namespace {
@@ -100,8 +100,8 @@ void FrameEncoder::finishHeader() const
 {
     const std::size_t payload = m_size - kHeaderSize;
     if (payload > std::numeric_limits<std::uint32_t>::max())
-        throw IXException::Create("a message of " + std::to_string(payload) +
-                                  " bytes does not fit in one frame (at most 4294967295 bytes)");
+        throw std::length_error("a message of " + std::to_string(payload) +
+                                " bytes does not fit in one frame (at most 4294967295 bytes)");
     for (unsigned i = 0; i < 4; ++i)
         m_bytes[4 + i] = static_cast<char>(payload >> (8 * (3 - i)));
 }

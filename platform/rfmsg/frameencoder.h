@@ -29,8 +29,8 @@ public:
     void integer(std::int64_t value);
     void number(double value);
 
-    // Total frame size, header included. Throws an IXException* when the
-    // payload does not fit a frame's 32-bit length.
+    // Total frame size, header included. Throws std::length_error when the
+    // payload does not fit a frame's 32-bit length (so do pieces() and flatten()).
     std::size_t size() const;
     // The frame as pieces for writev(); valid while the encoder lives.
     std::vector<iovec> pieces() const;

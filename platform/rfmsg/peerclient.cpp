@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <mutex>
+#include <stdexcept>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -201,7 +202,12 @@ void PeerClient::send(const MessageContent& content)
     if (state.fd < 0)
         raise("cannot send: not connected to a bridge");
     const Wire::FrameEncoder frame = Wire::encodeMessage(content);
-    const std::size_t payload = frame.size() - Wire::kHeaderSize;
+    std::size_t payload = 0;
+    try {
+        payload = frame.size() - Wire::kHeaderSize;
+    } catch (const std::length_error& error) {
+        raise("cannot send to " + state.bridge + ": " + error.what());
+    }
     if (payload > state.welcome.frameLimit)
         raise("cannot send a message of " + std::to_string(payload) + " bytes to " + state.bridge +
               ": it takes frames of at most " + std::to_string(state.welcome.frameLimit) +

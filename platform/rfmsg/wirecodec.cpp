@@ -1,5 +1,6 @@
 #include "rfmsg/wirecodec.h"
 
+#include <algorithm>
 #include <limits>
 #include <vector>
 
@@ -45,7 +46,8 @@ class PayloadReader
 {
 public:
     PayloadReader(const char* data, std::size_t size)
-        : m_size(size), m_reader(data, static_cast<qsizetype>(size))
+        : m_data(data), m_size(size),
+          m_reader(QByteArray::fromRawData(data, static_cast<int>(size)))
     {
         checkReader();
     }
@@ -137,6 +139,10 @@ public:
 
     void skip()
     {
+        if (m_reader.isString() || m_reader.isByteArray()) {
+            skipString();
+            return;
+        }
         if (!m_reader.next(kMaxSkipDepth)) {
             if (m_reader.lastError().c != QCborError::NestingTooDeep)
                 checkReader();
@@ -199,6 +205,8 @@ private:
     // is checked against the bytes that are left before anything is allocated.
     std::string rawString()
     {
+        if (m_reader.isLengthKnown())
+            return definiteString();
         std::string value;
         for (;;) {
             const qsizetype chunk = m_reader.currentStringChunkSize();
@@ -222,6 +230,48 @@ private:
         }
     }
 
+    // QCborStreamReader::next() copies a string to step over it; reading its
+    // chunks into no room at all steps over them without copying.
+    void skipString()
+    {
+        char none;
+        for (;;) {
+            const auto result = m_reader.readStringChunk(&none, 0);
+            if (result.status == QCborStreamReader::Error) {
+                checkReader();
+                fail("is a malformed string");
+            }
+            if (result.status == QCborStreamReader::EndOfString) {
+                checkReader();
+                return;
+            }
+        }
+    }
+
+    // A string of known length is taken straight from the payload: one copy
+    // into memory that is not first cleared (a body may be hundreds of MB).
+    std::string definiteString()
+    {
+        const auto offset = static_cast<std::size_t>(m_reader.currentOffset());
+        const quint64 length = m_reader.length();
+        const unsigned info = static_cast<unsigned char>(m_data[offset]) & 0x1f;
+        const std::size_t head = info < 24    ? 1
+                                 : info == 24 ? 2
+                                 : info == 25 ? 3
+                                 : info == 26 ? 5
+                                              : 9;
+        const std::size_t left = m_size - offset - std::min(head, m_size - offset);
+        if (length > left)
+            fail("claims " + std::to_string(length) + " bytes, more than the " +
+                 std::to_string(left) + " left in the payload");
+        std::string value;
+        value.reserve(static_cast<std::size_t>(length));
+        value.append(m_data + offset + head, static_cast<std::size_t>(length));
+        skipString();
+        return value;
+    }
+
+    const char* m_data;
     std::size_t m_size;
     mutable QCborStreamReader m_reader;
     std::vector<std::string> m_path;

@@ -34,6 +34,8 @@ struct Fault
     std::string error;
     // Whether the peer was announced (and so named in the error) before it misbehaved.
     bool announced = true;
+    // Another fitting account of the same fault, where timing decides which one is given.
+    std::string alternative = {};
 };
 
 void PrintTo(const Fault& fault, std::ostream* out)
@@ -66,7 +68,7 @@ const Fault kFaults[] = {
              {QStringLiteral("kind"), 212}, {QStringLiteral("text"), QByteArray(50, 'n')}});
          peer.send(kHello + frame(3, whole.substr(0, whole.size() - 10)));
      },
-     "sent a malformed message: field 'text' claims 50 bytes, more than the 42 left in the "
+     "sent a malformed message: field 'text' claims 50 bytes, more than the 40 left in the "
      "payload"},
     {"VanishesMidFrame",
      [](RawPeer& peer) {
@@ -85,7 +87,9 @@ const Fault kFaults[] = {
          peer.send(kHello + frame(3, std::string(100, 'x')).substr(0, 20));
          peer.reset();
      },
-     "connection lost in the middle of a frame (20 of 108 bytes of a MESSAGE frame received)"},
+     "connection lost in the middle of a frame (20 of 108 bytes of a MESSAGE frame received)", true,
+     // The reset may overtake the bytes, which the receiving system then drops.
+     "connection broken: Connection reset by peer"},
     {"NeverAnnounces", [](RawPeer&) {}, "did not announce itself within 300 ms", false},
     {"MessageBeforeAnnouncement",
      [](RawPeer& peer) {
@@ -139,7 +143,10 @@ TEST_P(BridgeFaults, FaultyPeerIsClosedAndReportedWhileTheOthersGoOn)
 
         ASSERT_TRUE(bridge.waitForErrors(1)) << "no error reported";
         const std::string error = bridge.errors()[0];
-        EXPECT_NE(error.find(fault.error), std::string::npos) << error;
+        EXPECT_TRUE(
+            error.find(fault.error) != std::string::npos ||
+            (!fault.alternative.empty() && error.find(fault.alternative) != std::string::npos))
+            << error;
         const std::string who =
             fault.announced ? "peer BAD (2) at 127.0.0.1:" : "peer at 127.0.0.1:";
         EXPECT_EQ(error.rfind(who, 0), 0u) << error;

@@ -234,7 +234,7 @@ TEST(WireCodec, MalformedMessagesAreRejectedNamingTheField)
          std::string("\xa1\x64text\x5a\xff\xff\xff\xf0"
                      "abc",
                      13),
-         "field 'text' claims 4294967280 bytes, more than the 7 left in the payload"},
+         "field 'text' claims 4294967280 bytes, more than the 2 left in the payload"},
         {"bytes after the item", cbor(QCborMap{{QStringLiteral("kind"), 1}}) + "\x01",
          "the payload has 1 more bytes after its CBOR item"},
         {"deep nesting in an unknown field",

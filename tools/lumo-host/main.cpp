@@ -54,6 +54,8 @@ int main(int argc, char** argv)
     // Qt sees no arguments of ours: they were parsed above.
     int qtArgc = 1;
     QApplication application(qtArgc, argv);
+    // The plug-in's settings dialog is often the only window: closing it must not end the host.
+    QApplication::setQuitOnLastWindowClosed(false);
     if (options.plugin.empty())
         options.plugin = QCoreApplication::applicationDirPath().toStdString() + "/libkiva51.so";
 

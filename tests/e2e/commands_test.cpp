@@ -153,6 +153,7 @@ TEST_F(ScriptCommands, LayoutSendWithAMissingFileSendsNothingAndOnlyTheSchematic
     expectNothingSentBefore("after the layout sends");
 
     EXPECT_EQ(host.records(RecordMatch::info("Tessel Error: ")).size(), 1u);
+    EXPECT_TRUE(host.waitForError("Unable to open IFF file " + missing + "\n", 2));
     EXPECT_EQ(host.errors().count("Unable to open IFF file " + missing + "\n"), 2);
 }
 

@@ -64,8 +64,8 @@ TEST(Connections, SchematicAndLayoutPeersAreFoundAndListedInConnectionOrder)
     EXPECT_TRUE(statement.startsWith("mgclink_show_connected_servers(\""))
         << statement.toStdString();
     EXPECT_TRUE(statement.contains("\"," + QString::number(port) + ",\"390.001\", \"1.0\",list("));
-    EXPECT_TRUE(host.output().contains(", port " + QString::number(port) +
-                                       ", plug-in 390.001, messaging 1.0: DXD (1), BSXE (2)"))
+    EXPECT_TRUE(host.waitForOutput(", port " + QString::number(port) +
+                                   ", plug-in 390.001, messaging 1.0: DXD (1), BSXE (2)"))
         << host.output().toStdString();
 
     // A peer that leaves is no longer found; one named in other letters is.

@@ -187,10 +187,21 @@ std::vector<QJsonObject> HostSession::waitFor(const RecordMatch& match, int coun
     }
 }
 
-bool HostSession::waitForError(const QString& text, int timeoutMs)
+bool HostSession::waitForOutput(const QString& text, int count, int timeoutMs)
+{
+    return waitForText(m_out, text, count, timeoutMs);
+}
+
+bool HostSession::waitForError(const QString& text, int count, int timeoutMs)
+{
+    return waitForText(m_err, text, count, timeoutMs);
+}
+
+bool HostSession::waitForText(const QString& collected, const QString& text, int count,
+                              int timeoutMs)
 {
     QDeadlineTimer deadline(timeoutMs);
-    while (!errors().contains(text)) {
+    for (readAvailable(); collected.count(text) < count; readAvailable()) {
         if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
             return false;
         m_process.waitForReadyRead(PollMs);

@@ -74,8 +74,9 @@ public:
     // Index of the first record matching, or -1.
     int indexOf(const RecordMatch& match);
 
-    // Waits until the host's standard error holds `text`.
-    bool waitForError(const QString& text, int timeoutMs = 20000);
+    // Wait until the host's standard output or error holds `text` `count` times.
+    bool waitForOutput(const QString& text, int count = 1, int timeoutMs = 20000);
+    bool waitForError(const QString& text, int count = 1, int timeoutMs = 20000);
 
     // Closes standard input and waits for the end; the exit status, or -1
     // after a crash or the time limit.
@@ -93,6 +94,7 @@ public:
 
 private:
     void readAvailable();
+    bool waitForText(const QString& collected, const QString& text, int count, int timeoutMs);
     int waitForEnd(int timeoutMs);
 
     QTemporaryDir m_dir;

@@ -143,7 +143,7 @@ TEST_F(Receipt, EmDataIsImportedAndEveryPortIsAddedToTheEmView)
                            "'', NULL, ''coupler_top'',''coupler'',''C:\\designs\\rf_frontend'');";
     EXPECT_EQ(host.records(RecordMatch::eval("mgclink_import_egs_file")).at(0).value("text"),
               import);
-    EXPECT_TRUE(host.errors().contains("brio command: " + import + "\n"));
+    EXPECT_TRUE(host.waitForError("brio command: " + import + "\n"));
     const std::vector<QJsonObject> adds =
         host.records(RecordMatch::eval("mgclink_add_port_to_fathom_view"));
     ASSERT_EQ(adds.size(), 4u);

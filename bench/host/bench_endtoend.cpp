@@ -1,0 +1,273 @@
+// Netlist messages end to end: this program is the peer (the messaging
+// library's peer client), the bridge and the plug-in run in a lumo-host
+// process, each message's host statements are performed through idle requests
+// on the host's main thread, and the host writes the design record and says so
+// on its output. The message is the exchange benchmark's (10 ports, 4 KB
+// netlist), so that benchmark's in-process figure, measured in the same run,
+// is the baseline. Like it, the workspace lies once on disk (the system's
+// temporary folder) and once in memory (/dev/shm).
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+#include "rfmsg/messagecontent.h"
+#include "rfmsg/peerclient.h"
+#include "rfmsg/xexception.h"
+
+namespace {
+
+constexpr int PortCount = 10;
+constexpr std::size_t NetlistBytes = 4096;
+// Messages sent before their designs are awaited, in the throughput run.
+constexpr int Batch = 32;
+constexpr int WaitMs = 20000;
+
+enum class Storage { Disk, Memory };
+
+using Clock = std::chrono::steady_clock;
+
+void ensureApplication()
+{
+    static int argc = 1;
+    static char name[] = "bench_endtoend";
+    static char* argv[] = {name, nullptr};
+    if (!QCoreApplication::instance())
+        new QCoreApplication(argc, argv);
+}
+
+RFMsgExp::MessageContent netlistMessage()
+{
+    RFMsgExp::RegionContent region;
+    region.name = "lna";
+    for (int line = 0; region.netlist.size() < NetlistBytes; ++line)
+        region.netlist += "R" + std::to_string(line) + " ( n" + std::to_string(line) + " n" +
+                          std::to_string(line + 1) + " ) 50\n";
+    region.netlist.resize(NetlistBytes);
+    for (int index = 0; index < PortCount; ++index) {
+        RFMsgExp::PortContent port;
+        port.name = "port" + std::to_string(index);
+        port.enabled = 1;
+        port.label = "P" + std::to_string(index + 1);
+        port.type = index % 3;
+        port.value = 50;
+        port.x = 12.25 * index;
+        port.y = -1.5 * index;
+        region.ports.push_back(port);
+    }
+    RFMsgExp::MessageContent content;
+    content.kind = 212;
+    content.document.emplace();
+    content.document->label = "amp";
+    content.document->name = "amp_top.sch";
+    content.document->path = "C:\\designs\\amp";
+    content.document->regions.push_back(region);
+    return content;
+}
+
+// lumo-host with the plug-in, its bridge started on a free port, and this
+// program connected to it as "DXD". Started once per storage.
+class Link
+{
+public:
+    explicit Link(Storage storage)
+        : m_dir(storage == Storage::Memory && QFileInfo(QStringLiteral("/dev/shm")).isWritable()
+                    ? QStringLiteral("/dev/shm/bench_endtoend-XXXXXX")
+                    : QDir::tempPath() + QStringLiteral("/bench_endtoend-XXXXXX"))
+    {
+        ensureApplication();
+        m_host.setProgram(QStringLiteral(LUMO_HOST_PATH));
+        m_host.setArguments({"--plugin", QStringLiteral(KIVA51_PATH), "--workspace",
+                             m_dir.filePath("workspace"), "--library", "rflib", "-"});
+        m_host.setWorkingDirectory(m_dir.path());
+        m_host.setProcessChannelMode(QProcess::SeparateChannels);
+        m_host.setStandardErrorFile(QProcess::nullDevice());
+        m_host.start();
+        if (!m_host.waitForStarted(WaitMs)) {
+            m_error = "lumo-host did not start: " + m_host.errorString().toStdString();
+            return;
+        }
+        m_host.write("mgcconnect_initialize(0, 0);\nmgcconnect_show_connections();\n");
+        const QRegularExpression listing(QStringLiteral("^\\[servers\\] .*, port (\\d+),"));
+        int port = 0;
+        while (port == 0) {
+            const QByteArray line = nextLine();
+            if (line.isNull()) {
+                m_error = "lumo-host did not show the bridge's port";
+                return;
+            }
+            const QRegularExpressionMatch match = listing.match(QString::fromUtf8(line));
+            if (match.hasMatch())
+                port = match.captured(1).toInt();
+        }
+        try {
+            m_peer.connect("127.0.0.1", port, "DXD");
+        } catch (RFMsgExp::IXException* error) {
+            m_error = "cannot connect to the bridge: " + error->GetInfo().str();
+            error->Destroy();
+        }
+    }
+
+    ~Link()
+    {
+        m_peer.close();
+        m_host.closeWriteChannel();
+        if (!m_host.waitForFinished(WaitMs))
+            m_host.kill();
+    }
+
+    const std::string& error() const { return m_error; }
+
+    // False when the peer could not send; the reason is then error().
+    bool send(const RFMsgExp::MessageContent& content)
+    {
+        try {
+            m_peer.send(content);
+            return true;
+        } catch (RFMsgExp::IXException* error) {
+            m_error = "sending failed: " + error->GetInfo().str();
+            error->Destroy();
+            return false;
+        }
+    }
+
+    // Waits until the host has said that it wrote the next design record.
+    bool waitCreated()
+    {
+        for (;;) {
+            const QByteArray line = nextLine();
+            if (line.isNull()) {
+                m_error = "no design was created within " + std::to_string(WaitMs) + " ms";
+                return false;
+            }
+            if (line.startsWith("[host] design amp_top_lna created: "))
+                return true;
+        }
+    }
+
+    bool designWritten() const
+    {
+        return QFileInfo(m_dir.filePath("workspace/designs/amp_top_lna.design")).size() > 0 &&
+               QFileInfo(m_dir.filePath("workspace/netlists/amp_top_lna.net")).size() ==
+                   static_cast<qint64>(NetlistBytes);
+    }
+
+private:
+    // The host's next line of output, or a null array after the time limit.
+    QByteArray nextLine()
+    {
+        QDeadlineTimer deadline(WaitMs);
+        while (!m_host.canReadLine()) {
+            if (deadline.hasExpired() || m_host.state() == QProcess::NotRunning)
+                return {};
+            m_host.waitForReadyRead(static_cast<int>(deadline.remainingTime()));
+        }
+        return m_host.readLine();
+    }
+
+    QTemporaryDir m_dir;
+    QProcess m_host;
+    RFMsgExp::PeerClient m_peer;
+    std::string m_error;
+};
+
+Link& link(Storage storage)
+{
+    // Kept for the whole run: starting the host belongs to no measurement.
+    static auto* disk = new Link(Storage::Disk);
+    static auto* memory = new Link(Storage::Memory);
+    return storage == Storage::Disk ? *disk : *memory;
+}
+
+double percentile(std::vector<double> values, double fraction)
+{
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    const std::size_t index = static_cast<std::size_t>(fraction * double(values.size() - 1) + 0.5);
+    return values[std::min(index, values.size() - 1)];
+}
+
+// One message at a time: the time from sending it to the host's word that the
+// design is written.
+void BM_EndToEndLatency(benchmark::State& state, Storage storage)
+{
+    Link& endToEnd = link(storage);
+    if (!endToEnd.error().empty()) {
+        state.SkipWithError(endToEnd.error().c_str());
+        return;
+    }
+    const RFMsgExp::MessageContent content = netlistMessage();
+    std::vector<double> latencies;
+    latencies.reserve(static_cast<std::size_t>(state.max_iterations));
+    for (auto _ : state) {
+        const Clock::time_point start = Clock::now();
+        if (!endToEnd.send(content) || !endToEnd.waitCreated()) {
+            state.SkipWithError(endToEnd.error().c_str());
+            return;
+        }
+        latencies.push_back(
+            std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+    }
+    if (!endToEnd.designWritten())
+        state.SkipWithError("the design record or the netlist file is not as expected");
+    state.counters["latency_median_us"] = percentile(latencies, 0.5);
+    state.counters["latency_p99_us"] = percentile(latencies, 0.99);
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Batches of messages sent back to back, then their designs awaited: the rate
+// at which the whole link handles a stream of messages.
+void BM_EndToEndThroughput(benchmark::State& state, Storage storage)
+{
+    Link& endToEnd = link(storage);
+    if (!endToEnd.error().empty()) {
+        state.SkipWithError(endToEnd.error().c_str());
+        return;
+    }
+    const RFMsgExp::MessageContent content = netlistMessage();
+    for (auto _ : state) {
+        for (int message = 0; message < Batch; ++message) {
+            if (!endToEnd.send(content)) {
+                state.SkipWithError(endToEnd.error().c_str());
+                return;
+            }
+        }
+        for (int message = 0; message < Batch; ++message) {
+            if (!endToEnd.waitCreated()) {
+                state.SkipWithError(endToEnd.error().c_str());
+                return;
+            }
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * Batch);
+}
+
+BENCHMARK_CAPTURE(BM_EndToEndLatency, disk, Storage::Disk)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_EndToEndThroughput, disk, Storage::Disk)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_EndToEndLatency, memory, Storage::Memory)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_EndToEndThroughput, memory, Storage::Memory)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

@@ -11,6 +11,9 @@ Each file in targets/ describes one benchmark program and its rows:
 
 A row without "baseline" is reported with its value alone (a target on the value
 itself, e.g. peak memory over body size, goes in "target" with "baseline_value").
+A row whose baseline is another program's figure names that program in
+"baseline_program" (and the baseline's metric in "baseline_metric" where it
+differs); each program runs once per report, with the arguments of its own file.
 """
 import argparse
 import glob
@@ -43,20 +46,35 @@ def main():
     options = parser.parse_args()
 
     here = os.path.dirname(os.path.abspath(__file__))
-    rows, failures = [], []
+    specs = {}
     for spec_path in sorted(glob.glob(os.path.join(here, "targets", "*.json"))):
         with open(spec_path) as f:
             spec = json.load(f)
-        program = os.path.join(options.bin, spec["program"])
-        if not os.path.exists(program):
+        specs[spec["program"]] = spec
+
+    runs = {}
+
+    def results_of(name):
+        # Each program runs once, whether for its own rows or as another's baseline.
+        if name not in runs:
+            program = os.path.join(options.bin, name)
+            if not os.path.exists(program):
+                raise RuntimeError(f"{name} not built")
+            runs[name] = run_program(program, specs.get(name, {}).get("args", []))
+        return runs[name]
+
+    rows, failures = [], []
+    for spec in specs.values():
+        if not os.path.exists(os.path.join(options.bin, spec["program"])):
             failures.append(f"{spec['program']}: not built")
             continue
         try:
-            results = run_program(program, spec.get("args", []))
+            results = results_of(spec["program"])
             for row in spec["rows"]:
                 value = metric(results, row["benchmark"], row["metric"])
                 if "baseline" in row:
-                    baseline = metric(results, row["baseline"], row.get("baseline_metric", row["metric"]))
+                    source = results_of(row["baseline_program"]) if "baseline_program" in row else results
+                    baseline = metric(source, row["baseline"], row.get("baseline_metric", row["metric"]))
                 else:
                     baseline = float(row.get("baseline_value", 1.0))
                 rows.append({"name": row["name"], "value": value, "unit": row["unit"],

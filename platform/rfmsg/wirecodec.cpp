@@ -137,16 +137,29 @@ public:
 
     bool isNull() const { return m_reader.isNull(); }
 
-    void skip()
+    // Steps over a value of a field this side does not know. Not with
+    // QCborStreamReader::next(): it copies strings to step over them, after
+    // allocating what their length claims.
+    void skip(int depth = 0)
     {
+        checkReader();
+        if (depth > kMaxSkipDepth)
+            fail("nests deeper than " + std::to_string(kMaxSkipDepth) + " levels");
         if (m_reader.isString() || m_reader.isByteArray()) {
             skipString();
-            return;
-        }
-        if (!m_reader.next(kMaxSkipDepth)) {
-            if (m_reader.lastError().c != QCborError::NestingTooDeep)
+        } else if (m_reader.isArray() || m_reader.isMap()) {
+            if (!m_reader.enterContainer())
                 checkReader();
-            fail("nests deeper than " + std::to_string(kMaxSkipDepth) + " levels");
+            while (m_reader.hasNext())
+                skip(depth + 1);
+            leave();
+        } else if (m_reader.isTag()) {
+            advance();
+            skip(depth + 1);
+        } else {
+            if (m_reader.type() == QCborStreamReader::Invalid)
+                fail("is missing: the data ends early");
+            advance();
         }
     }
 
@@ -236,6 +249,15 @@ private:
     {
         char none;
         for (;;) {
+            const qsizetype chunk = m_reader.currentStringChunkSize();
+            if (chunk < 0) {
+                checkReader();
+                fail("is a malformed string");
+            }
+            const std::size_t left = m_size - static_cast<std::size_t>(m_reader.currentOffset());
+            if (static_cast<std::size_t>(chunk) > left)
+                fail("claims " + std::to_string(chunk) + " bytes, more than the " +
+                     std::to_string(left) + " left in the payload");
             const auto result = m_reader.readStringChunk(&none, 0);
             if (result.status == QCborStreamReader::Error) {
                 checkReader();

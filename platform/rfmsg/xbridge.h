@@ -25,11 +25,11 @@ public:
 
     // True when at least one peer is connected.
     virtual bool HasSomeone();
-    // Called on the library's delivery thread, one message at a time, in
-    // arrival order. Takes the message over; the reply is sent back to the
-    // sender when not null.
+    // Called on a library thread (never the caller of Init), one message at a
+    // time, in arrival order. Takes the message over; the reply is sent back
+    // to the sender when not null. The network is served meanwhile.
     virtual msg_auto_ptr<IRFMessage> OnReceive(msg_auto_ptr<IRFMessage> message);
-    // Called on a library thread when a connection fails.
+    // Called like OnReceive, in the same order, when a connection fails.
     virtual void OnError(const IXException& error);
 
     // Listens on `port` (0: a free one, written back). Bit 0 of `flags` set

@@ -69,7 +69,12 @@ int listen(const Connection& connection, int count, double timeoutSeconds,
         std::fprintf(stderr, "mgc-peer: %s\n", error.what());
         return 1;
     }
-    peer.close();
+    // In order, so that messages still on their way do not reset the connection.
+    try {
+        peer.finish(5000);
+    } catch (RFMsgExp::IXException* error) {
+        error->Destroy();
+    }
     if (count > 0 && received < count) {
         std::fprintf(stderr, "mgc-peer: %d of %d messages arrived before %s\n", received, count,
                      ending.c_str());

@@ -108,6 +108,27 @@ TEST(WireCodec, MessagesSurviveTheWire)
     }
 }
 
+TEST(WireCodec, FramesAreTheBytesTheProtocolDocumentShows)
+{
+    Wire::Hello hello;
+    hello.app = "DXD";
+    EXPECT_EQ(Wire::encodeHello(hello).flatten(),
+              std::string("\x52\x46\x01\x01\x00\x00\x00\x13\xa2\x63\x61\x70\x70\x63\x44\x58"
+                          "\x44\x68\x70\x72\x6f\x74\x6f\x63\x6f\x6c\x01",
+                          27));
+    MessageContent request;
+    request.kind = 224;
+    request.properties = {{"NETLIST_RFREGION", "lna"}};
+    EXPECT_EQ(Wire::encodeMessage(request).flatten(),
+              std::string("\x52\x46\x01\x03\x00\x00\x00\x30\xa3\x64\x6b\x69\x6e\x64\x18\xe0"
+                          "\x6a\x70\x72\x6f\x70\x65\x72\x74\x69\x65\x73\x81\x82\x50\x4e\x45"
+                          "\x54\x4c\x49\x53\x54\x5f\x52\x46\x52\x45\x47\x49\x4f\x4e\x43\x6c"
+                          "\x6e\x61\x64\x74\x65\x78\x74\x40",
+                          56));
+    EXPECT_EQ(Wire::encodeClose("the bridge is disconnecting").flatten().substr(0, 8),
+              std::string("\x52\x46\x01\x04\x00\x00\x00\x25", 8));
+}
+
 TEST(WireCodec, PiecesForWritevAreTheFlatFrame)
 {
     MessageContent content = BridgeTestSupport::sampleMessage(222, std::string(300000, 'T'), true);
@@ -235,6 +256,11 @@ TEST(WireCodec, MalformedMessagesAreRejectedNamingTheField)
                      "abc",
                      13),
          "field 'text' claims 4294967280 bytes, more than the 2 left in the payload"},
+        {"a string claiming 1.5 GB in an unknown field",
+         std::string("\xa2\x64kind\x01\x61z\x81\x5a\x5a\x5a\x5a\x5a"
+                     "abc",
+                     14),
+         "the CBOR data is malformed at byte 10"},
         {"bytes after the item", cbor(QCborMap{{QStringLiteral("kind"), 1}}) + "\x01",
          "the payload has 1 more bytes after its CBOR item"},
         {"deep nesting in an unknown field",

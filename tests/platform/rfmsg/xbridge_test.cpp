@@ -445,7 +445,7 @@ TEST_F(XBridgeNetwork, LargeBodyArrivesIntact)
 {
     const int port = bridge->start();
     auto peer = connectPeer(port, "BSXE");
-    std::string body(24 << 20, '\0');
+    std::string body(8 << 20, '\0');
     for (std::size_t i = 0; i < body.size(); ++i)
         body[i] = static_cast<char>(i * 131 % 251);
     MessageContent content = sampleMessage(222, body, true);

@@ -1,0 +1,96 @@
+// Long runs, behind the `soak` label (left out of the default test run).
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "recordingbridge.h"
+#include "rfmsg/peerclient.h"
+#include "rfmsg/testing.h"
+
+using namespace RFMsgExp;
+
+TEST(TransportSoak, TwoHundredMegabyteBodyArrivesIntact)
+{
+    const long liveAtStart = Testing::liveObjects();
+    {
+        RecordingBridge bridge;
+        const int port = bridge.start();
+        PeerClient peer;
+        peer.connect("127.0.0.1", port, "BSXE");
+        MessageContent content =
+            BridgeTestSupport::sampleMessage(222, std::string(200u << 20, 'I'), true);
+        for (std::size_t i = 0; i < content.text.size(); i += 4096)
+            content.text[i] = static_cast<char>('A' + (i / 4096) % 26);
+        peer.send(content);
+        ASSERT_TRUE(bridge.waitForMessages(1, 120000));
+        EXPECT_TRUE(bridge.messages()[0].text == content.text);
+        msg_auto_ptr<IRFMessage> back = Testing::makeMessage(content);
+        bridge.OnSend(back.get(), "BSXE");
+        const std::optional<MessageContent> received = peer.receive(120000);
+        ASSERT_TRUE(received);
+        EXPECT_TRUE(received->text == content.text);
+    }
+    EXPECT_EQ(Testing::liveObjects(), liveAtStart);
+}
+
+TEST(TransportSoak, PeersComingAndGoingLeakNothingAndLoseNothing)
+{
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 2500;
+    const long liveAtStart = Testing::liveObjects();
+    {
+        RecordingBridge bridge;
+        bridge.setHandler([](IRFMessage& message) {
+            return Testing::makeMessage(
+                BridgeTestSupport::sampleMessage(20, message.GetText().str()));
+        });
+        const int port = bridge.start();
+        std::atomic<int> failures{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([&, t] {
+                for (int round = 0; round < kRounds; ++round) {
+                    try {
+                        PeerClient peer;
+                        peer.connect("127.0.0.1", port, t % 2 ? "DXD" : "BSXE");
+                        peer.send(BridgeTestSupport::sampleMessage(212, std::to_string(round),
+                                                                   round % 7 == 0));
+                        // Messages to all may come first; the reply is kind 20.
+                        std::optional<MessageContent> reply = peer.receive(30000);
+                        while (reply && reply->kind != 20)
+                            reply = peer.receive(30000);
+                        if (!reply || reply->text != std::to_string(round))
+                            ++failures;
+                        // In order: a peer that closes with unread messages resets
+                        // the connection, which the bridge rightly reports.
+                        peer.finish(30000);
+                    } catch (IXException* error) {
+                        ADD_FAILURE() << error->GetInfo().str();
+                        error->Destroy();
+                        ++failures;
+                    }
+                }
+            });
+        }
+        std::thread broadcaster([&] {
+            for (int i = 0; i < 2000; ++i) {
+                msg_auto_ptr<IRFMessage> message =
+                    Testing::makeMessage(BridgeTestSupport::sampleMessage(224, "all"));
+                bridge.OnSend(message.get(), "");
+                bridge.connected();
+            }
+        });
+        for (std::thread& thread : threads)
+            thread.join();
+        broadcaster.join();
+        EXPECT_EQ(failures, 0);
+        ASSERT_TRUE(bridge.waitForMessages(kThreads * kRounds, 60000)) << bridge.messages().size();
+        EXPECT_TRUE(bridge.waitForPeerCount(0));
+        EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
+    }
+    EXPECT_EQ(Testing::liveObjects(), liveAtStart);
+}

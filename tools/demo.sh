@@ -65,6 +65,7 @@ trap cleanup EXIT
 trap 'echo; fail "interrupted"' INT TERM
 
 fail() {
+    echo "failed"
     echo "demo: FAILED: $*" >&2
     if [ -s "$work/host.err" ]; then
         echo "--- lumo-host's standard error (last lines):" >&2
@@ -113,10 +114,10 @@ def wait(path, seconds, count, pid, conditions):
             try:
                 os.kill(int(pid), 0)
             except ProcessLookupError:
-                sys.exit(f"the process {pid} ended first")
+                sys.exit(f"demo: the process {pid} ended before it did that")
         if time.monotonic() > deadline:
             wanted = ", ".join(f"{k}={v}" for k, v in conditions)
-            sys.exit(f"{len(found)} of {count} records ({wanted}) after {seconds} s")
+            sys.exit(f"demo: {len(found)} of {count} records ({wanted}) after {seconds} s")
         time.sleep(0.02)
 
 
@@ -262,7 +263,7 @@ wait_record() {
     local count=$1
     shift
     journal_tool wait "$journal" "$wait_seconds" "$count" "$host_pid" "$@" ||
-        fail "lumo-host did not do what was asked in time"
+        fail "lumo-host did not do what was asked (above: what was awaited)"
 }
 
 # wait_for_end PID: until the process has ended; false after the time limit.

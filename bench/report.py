@@ -46,11 +46,11 @@ def main():
     options = parser.parse_args()
 
     here = os.path.dirname(os.path.abspath(__file__))
-    specs = {}
-    for spec_path in sorted(glob.glob(os.path.join(here, "targets", "*.json"))):
-        with open(spec_path) as f:
-            spec = json.load(f)
-        specs[spec["program"]] = spec
+    descriptions = {}
+    for description_path in sorted(glob.glob(os.path.join(here, "targets", "*.json"))):
+        with open(description_path) as f:
+            description = json.load(f)
+        descriptions[description["program"]] = description
 
     runs = {}
 
@@ -60,17 +60,17 @@ def main():
             program = os.path.join(options.bin, name)
             if not os.path.exists(program):
                 raise RuntimeError(f"{name} not built")
-            runs[name] = run_program(program, specs.get(name, {}).get("args", []))
+            runs[name] = run_program(program, descriptions.get(name, {}).get("args", []))
         return runs[name]
 
     rows, failures = [], []
-    for spec in specs.values():
-        if not os.path.exists(os.path.join(options.bin, spec["program"])):
-            failures.append(f"{spec['program']}: not built")
+    for description in descriptions.values():
+        if not os.path.exists(os.path.join(options.bin, description["program"])):
+            failures.append(f"{description['program']}: not built")
             continue
         try:
-            results = results_of(spec["program"])
-            for row in spec["rows"]:
+            results = results_of(description["program"])
+            for row in description["rows"]:
                 value = metric(results, row["benchmark"], row["metric"])
                 if "baseline" in row:
                     source = results_of(row["baseline_program"]) if "baseline_program" in row else results
@@ -81,7 +81,7 @@ def main():
                              "baseline": baseline, "ratio": value / baseline if baseline else None,
                              "better": row["better"], "target": row.get("target")})
         except (RuntimeError, KeyError, ValueError) as error:
-            failures.append(f"{spec['program']}: {error}")
+            failures.append(f"{description['program']}: {error}")
 
     width = max([len(r["name"]) for r in rows] + [10])
     print(f"{'benchmark':<{width}}  {'value':>14}  {'baseline':>14}  {'ratio':>7}  target")

@@ -17,6 +17,13 @@ constexpr std::size_t kDrainOnClose = 1 << 20;
 
 } // namespace
 
+// Brings m_wantsWrite up to date when a method that holds the lock ends.
+struct BridgeConnection::WantsWriteUpdate
+{
+    BridgeConnection& connection;
+    ~WantsWriteUpdate() { connection.updateWantsWrite(); }
+};
+
 BridgeConnection::BridgeConnection(int fd, std::string address, std::uint32_t frameLimit,
                                    std::chrono::steady_clock::time_point deadline)
     : reader(frameLimit), handshakeDeadline(deadline), m_fd(fd), m_address(std::move(address))
@@ -31,10 +38,11 @@ BridgeConnection::~BridgeConnection()
 bool BridgeConnection::send(std::shared_ptr<const std::string> frame)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    const WantsWriteUpdate update{*this};
     if (m_fd < 0 || m_sendError != 0)
         return false;
     if (!m_queue.empty()) {
-        // The network thread is already waiting to write the queue.
+        // The network role is already waiting to write the queue.
         m_queue.push_back(std::move(frame));
         return false;
     }
@@ -54,6 +62,7 @@ bool BridgeConnection::send(std::shared_ptr<const std::string> frame)
 bool BridgeConnection::flush(std::string& error)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    const WantsWriteUpdate update{*this};
     while (m_sendError == 0 && !m_queue.empty() && m_fd >= 0) {
         std::vector<iovec> pieces;
         for (std::size_t i = 0; i < m_queue.size() && i < kPiecesPerWrite; ++i) {
@@ -88,13 +97,19 @@ bool BridgeConnection::flush(std::string& error)
 
 bool BridgeConnection::wantsWrite()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_fd >= 0 && (!m_queue.empty() || m_sendError != 0);
+    return m_wantsWrite.load(std::memory_order_acquire);
+}
+
+void BridgeConnection::updateWantsWrite()
+{
+    m_wantsWrite.store(m_fd >= 0 && (!m_queue.empty() || m_sendError != 0),
+                       std::memory_order_release);
 }
 
 void BridgeConnection::close()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    const WantsWriteUpdate update{*this};
     if (m_fd >= 0)
         ::close(m_fd);
     m_fd = -1;
@@ -104,6 +119,7 @@ void BridgeConnection::close()
 void BridgeConnection::closeWith(const std::string& frame)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
+    const WantsWriteUpdate update{*this};
     if (m_fd < 0)
         return;
     if (m_sendError == 0) {

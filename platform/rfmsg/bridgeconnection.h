@@ -1,8 +1,9 @@
 #pragma once
-// Internal: one peer's connection at the bridge. The network thread owns the
+// Internal: one peer's connection at the bridge. The network role owns the
 // reading side (the public members below); any thread may send, and sending
 // never waits for the peer.
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <deque>
@@ -25,7 +26,7 @@ public:
     BridgeConnection& operator=(const BridgeConnection&) = delete;
 
     // Any thread. Sends what the socket takes at once and queues the rest.
-    // True when the network thread has to be woken to write the rest.
+    // True when the network role has to be woken to write the rest.
     bool send(std::shared_ptr<const std::string> frame);
     // Network thread: writes queued bytes while the socket takes them.
     // False with `error` when the connection broke (now or in an earlier send).
@@ -39,7 +40,7 @@ public:
     bool isOpen();
     int fd() const { return m_fd; }
 
-    // Set once by the network thread when the peer announced itself, before
+    // Set once by the network role when the peer announced itself, before
     // the connection is listed; read-only afterwards.
     void announce(std::string appName, int number);
     bool announced() const { return m_number != 0; }
@@ -48,7 +49,7 @@ public:
     // "peer DXD (1) at 127.0.0.1:40312", or "peer at 127.0.0.1:40312" before it announced itself.
     std::string describe() const;
 
-    // Network thread only.
+    // Network role only.
     Wire::FrameReader reader;
     const std::chrono::steady_clock::time_point handshakeDeadline;
     // A received message the full delivery queue could not take yet; while it
@@ -58,12 +59,18 @@ public:
     bool peerClosed = false;
 
 private:
+    struct WantsWriteUpdate;
+    // With the lock held.
+    void updateWantsWrite();
+
     std::mutex m_mutex;
     int m_fd;
     const std::string m_address;
     std::string m_appName;
     int m_number = 0;
     std::deque<std::shared_ptr<const std::string>> m_queue;
+    // Whether the network role must watch for room to write; read without the lock.
+    std::atomic<bool> m_wantsWrite{false};
     std::size_t m_sentOfFront = 0;
     int m_sendError = 0;
 };

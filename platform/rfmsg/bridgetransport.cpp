@@ -23,6 +23,11 @@ using Clock = std::chrono::steady_clock;
 
 // Read at most this much from one peer before looking at the others again.
 constexpr long kReadBudget = 16l << 20;
+// How long a delivery may keep the network's thread before the other thread
+// takes the network over, and how long after the last delivery the other
+// thread keeps looking in.
+constexpr auto kWatchInterval = std::chrono::milliseconds(2);
+constexpr auto kWatchFor = std::chrono::milliseconds(200);
 // After a failed accept (out of descriptors, say) the listener rests this long.
 constexpr auto kAcceptRest = std::chrono::milliseconds(100);
 
@@ -49,9 +54,9 @@ int millisecondsUntil(Clock::time_point when, Clock::time_point now)
     return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(when - now).count());
 }
 
-std::shared_ptr<const std::string> frameOf(const Wire::FrameEncoder& encoder)
+std::shared_ptr<const std::string> frameOf(Wire::FrameEncoder&& encoder)
 {
-    return std::make_shared<const std::string>(encoder.flatten());
+    return std::make_shared<const std::string>(std::move(encoder).take());
 }
 
 } // namespace
@@ -109,7 +114,7 @@ void BridgeTransport::listen(int& port, int flags)
     if (m_workers.empty()) {
         m_stopWorkers = false;
         for (int i = 0; i < 2; ++i)
-            m_workers.emplace_back(&BridgeTransport::runWorker, this);
+            m_workers.emplace_back(&BridgeTransport::runWorker, this, i);
     }
     m_networkWanted = true;
     m_roleChanged.notify_all();
@@ -131,10 +136,13 @@ void BridgeTransport::stopNetwork()
         m_networkWanted = false;
         m_stopNetwork = true;
         wake();
-        // The network role never waits for anyone, so this is quick; a
-        // delivery in progress is not waited for.
-        m_roleChanged.wait(roles, [this] { return !m_networkTaken; });
+        // The network role never waits for anyone, so this is quick. A thread
+        // that holds it while delivering is not waited for: the role is taken
+        // from it, and it finds that out when its delivery returns.
+        m_roleChanged.wait(roles, [this] { return m_networkOwner < 0 || m_inlineDelivery; });
+        m_networkOwner = -1;
     }
+    m_roleChanged.notify_all();
     const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
     for (const Connection& connection : m_connections) {
         connection->pending.reset();
@@ -259,34 +267,41 @@ Testing::TransportStats BridgeTransport::stats()
 
 // Roles -----------------------------------------------------------------------
 
-void BridgeTransport::runWorker()
+void BridgeTransport::runWorker(int self)
 {
     std::unique_lock<std::mutex> roles(m_roleMutex);
     for (;;) {
-        m_roleChanged.wait(roles, [this] {
-            return m_stopWorkers || (!m_networkTaken && m_networkWanted) ||
-                   (!m_delivering && !m_queue.empty());
-        });
         if (m_stopWorkers)
             return;
-        // The network first: the sockets are never left unwatched.
-        if (!m_networkTaken && m_networkWanted) {
-            m_networkTaken = true;
+        const Clock::time_point now = Clock::now();
+        const bool network = m_networkWanted && m_networkOwner < 0;
+        // A delivery that blocks keeps its thread: the network is taken from it.
+        const bool takeOver = m_networkWanted && m_networkOwner >= 0 && m_networkOwner != self &&
+                              m_inlineDelivery && now - m_inlineSince >= kWatchInterval;
+        if (network || takeOver) {
+            m_networkOwner = self;
+            m_watching = false;
+            // The deliveries going on are no longer the network owner's.
+            m_inlineDelivery = false;
             roles.unlock();
-            const bool toDeliver = runNetwork();
+            runNetwork(self);
             roles.lock();
-            if (!toDeliver) {
-                m_networkTaken = false;
-                m_roleChanged.notify_all();
-                continue;
-            }
-            // runNetwork() handed the network over and took the delivery.
-        } else {
-            m_delivering = true;
+            continue;
         }
-        roles.unlock();
-        deliverAll();
-        roles.lock();
+        if (!m_delivering && !m_queue.empty()) {
+            m_delivering = true;
+            roles.unlock();
+            deliverAll();
+            roles.lock();
+            continue;
+        }
+        // While messages come, look in on the deliveries now and then; once
+        // they have stopped coming for a while, sleep until called.
+        m_watching = m_inlineDelivery || now - m_lastInlineStart < kWatchFor;
+        if (m_watching)
+            m_roleChanged.wait_for(roles, kWatchInterval);
+        else
+            m_roleChanged.wait(roles);
     }
 }
 
@@ -300,26 +315,13 @@ void BridgeTransport::deliverAll()
             std::lock_guard<std::mutex> roles(m_roleMutex);
             if (m_queue.empty()) {
                 m_delivering = false;
+                m_inlineDelivery = false;
                 return;
             }
             continue;
         }
         deliver(*item);
     }
-}
-
-bool BridgeTransport::takeDelivery()
-{
-    {
-        std::lock_guard<std::mutex> roles(m_roleMutex);
-        if (m_delivering || m_stopNetwork)
-            return false;
-        m_delivering = true;
-        m_networkTaken = false;
-    }
-    // The other thread is idle: it takes the network while this one delivers.
-    m_roleChanged.notify_all();
-    return true;
 }
 
 void BridgeTransport::deliver(Delivery& item)
@@ -359,13 +361,37 @@ void BridgeTransport::deliver(Delivery& item)
 
 // Network role ----------------------------------------------------------------
 
-bool BridgeTransport::runNetwork()
+void BridgeTransport::runNetwork(int self)
 {
     for (;;) {
-        if (m_stopNetwork.load())
-            return false;
-        if (!m_queue.empty() && takeDelivery())
-            return true;
+        if (m_stopNetwork.load()) {
+            std::lock_guard<std::mutex> roles(m_roleMutex);
+            if (m_networkOwner == self)
+                m_networkOwner = -1;
+            m_roleChanged.notify_all();
+            return;
+        }
+        if (!m_queue.empty()) {
+            std::unique_lock<std::mutex> roles(m_roleMutex);
+            if (m_networkOwner != self)
+                return;
+            if (!m_delivering) {
+                // Delivered by this thread, which read it: no hand-over on the
+                // way. The other thread takes the network if this takes long.
+                m_delivering = true;
+                m_inlineDelivery = true;
+                m_inlineSince = m_lastInlineStart = Clock::now();
+                const bool call = !m_watching;
+                roles.unlock();
+                if (call)
+                    m_roleChanged.notify_all();
+                deliverAll();
+                roles.lock();
+                if (m_networkOwner != self)
+                    return;
+                continue;
+            }
+        }
         pollOnce();
     }
 }

@@ -4,12 +4,13 @@
 // Two library threads share two roles. The network role accepts peers and
 // reads and writes frames; the delivery role hands received messages to
 // XBridge::OnReceive one at a time, in arrival order, and errors to OnError.
-// A thread holding the network role that finds a message waiting and nobody
-// delivering takes the delivery itself and wakes the other thread to watch
-// the network: a message is delivered by the thread that read it, without a
-// hand-over on its way, and the network is watched during every delivery.
-// No user code runs in the network role, so the host's thread may always wait
-// for that role to let go (Disconnect does).
+// The thread in the network role delivers what it read itself, so a message
+// meets no hand-over between threads on its way; should a delivery take
+// longer than a moment (OnReceive waiting for the host's thread, say), the
+// other thread takes the network over, so the network is served during every
+// delivery. No user code runs in the network role, and a thread delivering
+// never holds the network against Disconnect: the host's thread never waits
+// for a delivery.
 
 #include <atomic>
 #include <chrono>
@@ -64,14 +65,13 @@ private:
     void wake();
     // Takes the network role away and closes every connection (control mutex held).
     void stopNetwork();
-    void runWorker();
+    void runWorker(int self);
     void deliverAll();
     void deliver(Delivery& item);
     void sendFrame(const Connection& connection, std::shared_ptr<const std::string> frame);
 
-    // Network role. True when it left to deliver, false when it was stopped.
-    bool runNetwork();
-    bool takeDelivery();
+    // Network role, until it is stopped or taken over.
+    void runNetwork(int self);
     void pollOnce();
     bool acceptPeers();
     void readFrom(const Connection& connection);
@@ -97,8 +97,15 @@ private:
     std::vector<std::thread> m_workers;
     bool m_stopWorkers = false;
     bool m_networkWanted = false;
-    bool m_networkTaken = false;
+    // The worker in the network role, or -1.
+    int m_networkOwner = -1;
     bool m_delivering = false;
+    // The network's owner is delivering; since when.
+    bool m_inlineDelivery = false;
+    Clock::time_point m_inlineSince;
+    Clock::time_point m_lastInlineStart;
+    // The other worker looks in at intervals (it need not be called).
+    bool m_watching = false;
     std::atomic<bool> m_stopNetwork{false};
 
     // The network's state: used by the thread in the network role, or by

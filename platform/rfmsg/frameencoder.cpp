@@ -134,4 +134,12 @@ std::string FrameEncoder::flatten() const
     return frame;
 }
 
+std::string FrameEncoder::take() &&
+{
+    if (m_pieces.size() != 1)
+        return flatten();
+    finishHeader();
+    return std::move(m_bytes);
+}
+
 } // namespace RFMsgExp::Wire

@@ -36,6 +36,8 @@ public:
     std::vector<iovec> pieces() const;
     // The frame in one buffer.
     std::string flatten() const;
+    // The same, taking the encoder's own buffer where nothing is referenced.
+    std::string take() &&;
 
 private:
     struct Piece

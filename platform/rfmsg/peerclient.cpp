@@ -7,8 +7,10 @@
 #include <mutex>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "rfmsg/framereader.h"
@@ -41,6 +43,8 @@ struct PeerClient::State
     Wire::Welcome welcome;
     // The bridge ended the connection in order (end of stream between frames).
     bool bridgeEnded = false;
+    // The socket's receive time-out now (-1: none).
+    int receiveTimeoutMs = -1;
 
     void release()
     {
@@ -78,16 +82,20 @@ struct PeerClient::State
                     std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
                 timeout = static_cast<int>(std::max<long>(0, left.count()));
             }
-            pollfd entry{fd, POLLIN, 0};
-            const int ready = ::poll(&entry, 1, timeout);
-            if (ready < 0 && errno != EINTR)
+            // A blocking recv() with the socket's receive time-out waits in one
+            // call where poll() and recv() take two.
+            int flags = 0;
+            if (timeout == 0)
+                flags = MSG_DONTWAIT;
+            else if (timeout != receiveTimeoutMs && !setReceiveTimeout(timeout))
                 end("cannot wait for " + bridge + ": " + SocketIo::errorText(errno));
-            if (ready == 0)
-                return false;
-            if (ready < 0)
-                continue;
             char* space = reader->space();
-            const long received = ::recv(fd, space, reader->spaceSize(), MSG_DONTWAIT);
+            const long received = ::recv(fd, space, reader->spaceSize(), flags);
+            if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+                if (deadline && Clock::now() >= *deadline)
+                    return false;
+                continue;
+            }
             if (received > 0) {
                 reader->commit(static_cast<std::size_t>(received));
             } else if (received == 0) {
@@ -98,10 +106,24 @@ struct PeerClient::State
                         reader->midFrameDescription() + " received)");
                 bridgeEnded = true;
                 end(bridge + " closed the connection");
-            } else if (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+            } else if (errno != EINTR) {
                 end("the connection to " + bridge + " broke: " + SocketIo::errorText(errno));
             }
         }
+    }
+
+    // Milliseconds, -1 for none; set on the socket only when it changes.
+    bool setReceiveTimeout(int milliseconds)
+    {
+        timeval limit{};
+        if (milliseconds > 0) {
+            limit.tv_sec = milliseconds / 1000;
+            limit.tv_usec = (milliseconds % 1000) * 1000;
+        }
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0)
+            return false;
+        receiveTimeoutMs = milliseconds;
+        return true;
     }
 
     void sendFrame(const Wire::FrameEncoder& frame)
@@ -152,6 +174,9 @@ void PeerClient::connect(const std::string& host, int port, const std::string& a
     if (state.fd < 0)
         raise("cannot connect to " + state.bridge + ": " + error);
     state.open = true;
+    // Blocking for receiving; sending never blocks (MSG_DONTWAIT, then poll()).
+    ::fcntl(state.fd, F_SETFL, ::fcntl(state.fd, F_GETFL) & ~O_NONBLOCK);
+    state.receiveTimeoutMs = -1;
     state.reader = std::make_unique<Wire::FrameReader>(state.frameLimit);
     state.welcome = Wire::Welcome();
     state.bridgeEnded = false;

@@ -63,9 +63,9 @@ struct TransportStats
 RFMSG_EXPORT TransportStats transportStats(XBridge& bridge);
 
 // Disconnects and waits until the delivery in progress has returned and the
-// delivery thread has ended. For destructors of classes derived from XBridge
-// whose OnReceive or OnError use the derived class's members; Init starts
-// delivery again.
+// library's threads have ended. For destructors of classes derived from
+// XBridge whose OnReceive or OnError use the derived class's members; Init
+// starts them again.
 RFMSG_EXPORT void stopDelivery(XBridge& bridge);
 
 // Library objects alive now (messages, documents, lists, users, exceptions…)

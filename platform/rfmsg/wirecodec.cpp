@@ -50,6 +50,7 @@ public:
           m_reader(QByteArray::fromRawData(data, static_cast<int>(size)))
     {
         checkReader();
+        m_path.reserve(8);
     }
 
     template <typename Field> void map(Field field)

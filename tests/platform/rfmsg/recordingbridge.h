@@ -15,7 +15,7 @@
 class RecordingBridge : public RFMsgExp::XBridge
 {
 public:
-    // Runs on the delivery thread for every message before it is recorded; its
+    // Runs on a library thread for every message before it is recorded; its
     // result is the reply. Tests use it to answer or to block the delivery.
     using Handler =
         std::function<RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage>(RFMsgExp::IRFMessage& message)>;

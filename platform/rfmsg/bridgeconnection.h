@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -16,7 +17,7 @@
 
 namespace RFMsgExp {
 
-class BridgeConnection
+class BridgeConnection : public std::enable_shared_from_this<BridgeConnection>
 {
 public:
     BridgeConnection(int fd, std::string address, std::uint32_t frameLimit,
@@ -57,6 +58,8 @@ public:
     std::unique_ptr<Delivery> pending;
     // The peer shut its side while reading was paused.
     bool peerClosed = false;
+    // The events the network role's epoll watches for now (0: not registered).
+    std::uint32_t watched = 0;
 
 private:
     struct WantsWriteUpdate;

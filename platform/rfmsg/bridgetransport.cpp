@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -28,6 +28,12 @@ constexpr long kReadBudget = 16l << 20;
 // thread keeps looking in.
 constexpr auto kWatchInterval = std::chrono::milliseconds(2);
 constexpr auto kWatchFor = std::chrono::milliseconds(200);
+// What epoll reports besides connections (whose events carry a pointer).
+constexpr std::uint64_t kWakeToken = 0;
+constexpr std::uint64_t kListenToken = 1;
+// The two threads.
+constexpr int kDeliverer = 0;
+constexpr int kHelper = 1;
 // After a failed accept (out of descriptors, say) the listener rests this long.
 constexpr auto kAcceptRest = std::chrono::milliseconds(100);
 
@@ -107,14 +113,25 @@ void BridgeTransport::listen(int& port, int flags)
         m_queue.setBounds(m_limits.queuedMessages, m_limits.queuedBytes);
     }
     // Nobody holds the network role now: its state is ours to set.
+    m_epollFd = ::epoll_create1(EPOLL_CLOEXEC);
+    if (m_epollFd < 0) {
+        const std::string reason = SocketIo::errorText(errno);
+        ::close(listenFd);
+        throw IXException::Create(where + ": " + reason);
+    }
+    epoll_event wakeEvent{};
+    wakeEvent.events = EPOLLIN;
+    wakeEvent.data.u64 = kWakeToken;
+    ::epoll_ctl(m_epollFd, EPOLL_CTL_ADD, m_wakeFd, &wakeEvent);
+    m_listenWatched = 0;
     m_listenFd = listenFd;
     m_acceptRestUntil = Clock::time_point();
     m_stopNetwork = false;
     std::lock_guard<std::mutex> roles(m_roleMutex);
     if (m_workers.empty()) {
         m_stopWorkers = false;
-        for (int i = 0; i < 2; ++i)
-            m_workers.emplace_back(&BridgeTransport::runWorker, this, i);
+        m_workers.emplace_back(&BridgeTransport::runDeliverer, this);
+        m_workers.emplace_back(&BridgeTransport::runHelper, this);
     }
     m_networkWanted = true;
     m_roleChanged.notify_all();
@@ -139,8 +156,11 @@ void BridgeTransport::stopNetwork()
         // The network role never waits for anyone, so this is quick. A thread
         // that holds it while delivering is not waited for: the role is taken
         // from it, and it finds that out when its delivery returns.
-        m_roleChanged.wait(roles, [this] { return m_networkOwner < 0 || m_inlineDelivery; });
+        m_roleChanged.wait(roles, [this] {
+            return m_networkOwner < 0 || (m_networkOwner == kDeliverer && m_inlineDelivery);
+        });
         m_networkOwner = -1;
+        m_handBack = false;
     }
     m_roleChanged.notify_all();
     const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
@@ -152,6 +172,9 @@ void BridgeTransport::stopNetwork()
     if (m_listenFd >= 0)
         ::close(m_listenFd);
     m_listenFd = -1;
+    if (m_epollFd >= 0)
+        ::close(m_epollFd);
+    m_epollFd = -1;
     m_paused = 0;
     m_open = 0;
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -267,24 +290,17 @@ Testing::TransportStats BridgeTransport::stats()
 
 // Roles -----------------------------------------------------------------------
 
-void BridgeTransport::runWorker(int self)
+void BridgeTransport::runDeliverer()
 {
     std::unique_lock<std::mutex> roles(m_roleMutex);
     for (;;) {
         if (m_stopWorkers)
             return;
-        const Clock::time_point now = Clock::now();
-        const bool network = m_networkWanted && m_networkOwner < 0;
-        // A delivery that blocks keeps its thread: the network is taken from it.
-        const bool takeOver = m_networkWanted && m_networkOwner >= 0 && m_networkOwner != self &&
-                              m_inlineDelivery && now - m_inlineSince >= kWatchInterval;
-        if (network || takeOver) {
-            m_networkOwner = self;
-            m_watching = false;
-            // The deliveries going on are no longer the network owner's.
-            m_inlineDelivery = false;
+        // Watching the network itself, it delivers what it reads at once.
+        if (m_networkWanted && m_networkOwner < 0) {
+            m_networkOwner = kDeliverer;
             roles.unlock();
-            runNetwork(self);
+            runNetwork(kDeliverer);
             roles.lock();
             continue;
         }
@@ -292,6 +308,38 @@ void BridgeTransport::runWorker(int self)
             m_delivering = true;
             roles.unlock();
             deliverAll();
+            roles.lock();
+            continue;
+        }
+        // The helper held the network during a long delivery: take it back.
+        if (m_networkWanted && m_networkOwner == kHelper && !m_handBack) {
+            m_handBack = true;
+            wake();
+        }
+        m_roleChanged.wait(roles);
+    }
+}
+
+void BridgeTransport::runHelper()
+{
+    std::unique_lock<std::mutex> roles(m_roleMutex);
+    for (;;) {
+        if (m_stopWorkers)
+            return;
+        const Clock::time_point now = Clock::now();
+        // A delivery that lasts keeps the delivery thread: the network is taken from it.
+        const bool takeOver =
+            m_networkWanted && ((m_networkOwner == kDeliverer && m_inlineDelivery &&
+                                 now - m_inlineSince >= kWatchInterval) ||
+                                (m_networkOwner < 0 && m_delivering));
+        if (takeOver) {
+            m_networkOwner = kHelper;
+            m_watching = false;
+            m_handBack = false;
+            // The delivery going on is no longer the network owner's.
+            m_inlineDelivery = false;
+            roles.unlock();
+            runNetwork(kHelper);
             roles.lock();
             continue;
         }
@@ -371,13 +419,25 @@ void BridgeTransport::runNetwork(int self)
             m_roleChanged.notify_all();
             return;
         }
-        if (!m_queue.empty()) {
+        if (self == kHelper) {
+            std::lock_guard<std::mutex> roles(m_roleMutex);
+            if (m_networkOwner != self)
+                return;
+            // Back to the delivery thread once it is free, so that it reads
+            // and delivers without a hand-over again.
+            if (m_handBack || (!m_delivering && !m_queue.empty())) {
+                m_networkOwner = -1;
+                m_handBack = false;
+                m_roleChanged.notify_all();
+                return;
+            }
+        } else if (!m_queue.empty()) {
             std::unique_lock<std::mutex> roles(m_roleMutex);
             if (m_networkOwner != self)
                 return;
             if (!m_delivering) {
-                // Delivered by this thread, which read it: no hand-over on the
-                // way. The other thread takes the network if this takes long.
+                // Delivered by the thread that read it: no hand-over on the
+                // way. The helper takes the network if this takes long.
                 m_delivering = true;
                 m_inlineDelivery = true;
                 m_inlineSince = m_lastInlineStart = Clock::now();
@@ -396,29 +456,47 @@ void BridgeTransport::runNetwork(int self)
     }
 }
 
+void BridgeTransport::watch(int fd, std::uint32_t& watched, std::uint32_t wanted, epoll_event event)
+{
+    if (wanted == watched)
+        return;
+    event.events = wanted;
+    // Nothing wanted is no registration at all: a hang-up would otherwise
+    // be reported again and again.
+    const int operation = wanted == 0    ? EPOLL_CTL_DEL
+                          : watched == 0 ? EPOLL_CTL_ADD
+                                         : EPOLL_CTL_MOD;
+    ::epoll_ctl(m_epollFd, operation, fd, &event);
+    watched = wanted;
+}
+
 void BridgeTransport::pollOnce()
 {
     Clock::time_point now = Clock::now();
     const bool acceptResting = now < m_acceptRestUntil;
     int timeout = acceptResting ? millisecondsUntil(m_acceptRestUntil, now) : -1;
-    m_fds.clear();
-    m_fds.push_back({m_wakeFd, POLLIN, 0});
-    m_fds.push_back({acceptResting ? -1 : m_listenFd, POLLIN, 0});
+    epoll_event event{};
+    event.data.u64 = kListenToken;
+    watch(m_listenFd, m_listenWatched, acceptResting ? 0u : std::uint32_t(EPOLLIN), event);
     for (const Connection& connection : m_connections) {
-        short events = 0;
+        std::uint32_t wanted = 0;
         if (!connection->pending)
-            events |= POLLIN | POLLRDHUP;
+            wanted |= EPOLLIN | EPOLLRDHUP;
         else if (!connection->peerClosed)
-            events |= POLLRDHUP;
+            wanted |= EPOLLRDHUP;
         if (connection->wantsWrite())
-            events |= POLLOUT;
-        m_fds.push_back({events ? connection->fd() : -1, events, 0});
+            wanted |= EPOLLOUT;
+        event.data.ptr = connection.get();
+        watch(connection->fd(), connection->watched, wanted, event);
         if (!connection->announced()) {
             const int left = millisecondsUntil(connection->handshakeDeadline, now);
             timeout = timeout < 0 ? left : std::min(timeout, left);
         }
     }
-    if (::poll(m_fds.data(), m_fds.size(), timeout) < 0) {
+    m_events.resize(m_connections.size() + 2);
+    const int ready =
+        ::epoll_wait(m_epollFd, m_events.data(), static_cast<int>(m_events.size()), timeout);
+    if (ready < 0) {
         if (errno != EINTR) {
             // Not expected with valid descriptors; rest a little rather than spin.
             m_queue.push(
@@ -430,18 +508,25 @@ void BridgeTransport::pollOnce()
         }
         return;
     }
-    if (m_fds[0].revents) {
-        std::uint64_t count;
-        [[maybe_unused]] auto read = ::read(m_wakeFd, &count, sizeof count);
-    }
-    const std::size_t polled = m_connections.size();
-    for (std::size_t i = 0; i < polled; ++i) {
-        const Connection connection = m_connections[i];
-        const short revents = m_fds[i + 2].revents;
-        if (!revents || !connection->isOpen())
+    bool accepting = false;
+    for (int i = 0; i < ready; ++i) {
+        const epoll_event& happened = m_events[static_cast<std::size_t>(i)];
+        if (happened.data.u64 == kWakeToken) {
+            std::uint64_t count;
+            [[maybe_unused]] auto read = ::read(m_wakeFd, &count, sizeof count);
+            continue;
+        }
+        if (happened.data.u64 == kListenToken) {
+            accepting = true;
+            continue;
+        }
+        const Connection connection =
+            static_cast<BridgeConnection*>(happened.data.ptr)->shared_from_this();
+        const std::uint32_t revents = happened.events;
+        if (!connection->isOpen())
             continue;
         try {
-            if ((revents & (POLLOUT | POLLERR | POLLHUP)) && connection->wantsWrite()) {
+            if ((revents & (EPOLLOUT | EPOLLERR | EPOLLHUP)) && connection->wantsWrite()) {
                 std::string error;
                 if (!connection->flush(error)) {
                     fail(connection, "connection broken: " + error);
@@ -449,12 +534,12 @@ void BridgeTransport::pollOnce()
                 }
             }
             if (connection->pending) {
-                if (revents & (POLLRDHUP | POLLHUP | POLLERR)) {
+                if (revents & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) {
                     // It left; what it sent before is still delivered.
                     connection->peerClosed = true;
                     unlist(connection);
                 }
-            } else if (revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) {
+            } else if (revents & (EPOLLIN | EPOLLRDHUP | EPOLLHUP | EPOLLERR)) {
                 readFrom(connection);
             }
         } catch (const std::bad_alloc&) {
@@ -462,7 +547,7 @@ void BridgeTransport::pollOnce()
                                  connection->reader.midFrameDescription() + ")");
         }
     }
-    if ((m_fds[1].revents & POLLIN) && !acceptPeers())
+    if (accepting && !acceptPeers())
         m_acceptRestUntil = Clock::now() + kAcceptRest;
     for (const Connection& connection : m_connections)
         if (connection->pending && connection->isOpen())
@@ -623,13 +708,18 @@ void BridgeTransport::announce(const Connection& connection, const char* payload
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         welcome.number = m_nextNumber++;
-        welcome.frameLimit = m_active.frameLimit;
-        connection->announce(hello.app, welcome.number);
-        m_listed.push_back(connection);
     }
+    welcome.frameLimit = m_active.frameLimit;
     welcome.library = Wire::kLibraryVersion;
     welcome.machine = SocketIo::machineName();
-    connection->send(frameOf(Wire::encodeWelcome(welcome)));
+    connection->announce(hello.app, welcome.number);
+    const auto frame = frameOf(Wire::encodeWelcome(welcome));
+    // Listed and welcomed in one step: OnSend finds the peer only through the
+    // list, so nothing it sends can come before WELCOME, and a peer that has
+    // its number is listed.
+    std::lock_guard<std::mutex> lock(m_mutex);
+    connection->send(frame);
+    m_listed.push_back(connection);
 }
 
 void BridgeTransport::endOfStream(const Connection& connection)

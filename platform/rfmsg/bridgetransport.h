@@ -1,27 +1,29 @@
 #pragma once
 // Internal: the network side of one XBridge.
 //
-// Two library threads share two roles. The network role accepts peers and
-// reads and writes frames; the delivery role hands received messages to
-// XBridge::OnReceive one at a time, in arrival order, and errors to OnError.
-// The thread in the network role delivers what it read itself, so a message
-// meets no hand-over between threads on its way; should a delivery take
-// longer than a moment (OnReceive waiting for the host's thread, say), the
-// other thread takes the network over, so the network is served during every
-// delivery. No user code runs in the network role, and a thread delivering
-// never holds the network against Disconnect: the host's thread never waits
-// for a delivery.
+// Two library threads. The delivery thread hands received messages to
+// XBridge::OnReceive one at a time, in arrival order, and errors to OnError;
+// it is the only thread that ever calls them. While it has nothing to deliver
+// it also holds the network role (accepting peers, reading and writing
+// frames), so that a message it reads is delivered at once, with no hand-over
+// between threads on its way. Should a delivery last longer than a moment
+// (OnReceive waiting for the host's thread, say), the helper thread takes the
+// network over until the delivery thread is free again: the network is served
+// during every delivery. No user code runs in the network role, and a
+// delivering thread never holds it against Disconnect: the host's thread
+// never waits for a delivery.
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <poll.h>
+#include <sys/epoll.h>
 
 #include "rfmsg/deliveryqueue.h"
 #include "rfmsg/testing.h"
@@ -65,7 +67,8 @@ private:
     void wake();
     // Takes the network role away and closes every connection (control mutex held).
     void stopNetwork();
-    void runWorker(int self);
+    void runDeliverer();
+    void runHelper();
     void deliverAll();
     void deliver(Delivery& item);
     void sendFrame(const Connection& connection, std::shared_ptr<const std::string> frame);
@@ -73,6 +76,8 @@ private:
     // Network role, until it is stopped or taken over.
     void runNetwork(int self);
     void pollOnce();
+    // Brings the epoll registration of `fd` from `watched` to `wanted` events.
+    void watch(int fd, std::uint32_t& watched, std::uint32_t wanted, epoll_event event);
     bool acceptPeers();
     void readFrom(const Connection& connection);
     void processFrames(const Connection& connection);
@@ -97,14 +102,16 @@ private:
     std::vector<std::thread> m_workers;
     bool m_stopWorkers = false;
     bool m_networkWanted = false;
-    // The worker in the network role, or -1.
+    // The thread in the network role (kDeliverer, kHelper), or -1.
     int m_networkOwner = -1;
+    // The delivery thread wants the network back from the helper.
+    bool m_handBack = false;
     bool m_delivering = false;
     // The network's owner is delivering; since when.
     bool m_inlineDelivery = false;
     Clock::time_point m_inlineSince;
     Clock::time_point m_lastInlineStart;
-    // The other worker looks in at intervals (it need not be called).
+    // The helper looks in at intervals (it need not be called).
     bool m_watching = false;
     std::atomic<bool> m_stopNetwork{false};
 
@@ -114,7 +121,9 @@ private:
     Connections m_connections;
     Testing::TransportLimits m_active;
     Clock::time_point m_acceptRestUntil;
-    std::vector<pollfd> m_fds;
+    int m_epollFd = -1;
+    std::uint32_t m_listenWatched = 0;
+    std::vector<epoll_event> m_events;
     std::atomic<int> m_paused{0};
     std::atomic<int> m_open{0};
 

@@ -15,6 +15,9 @@ constexpr std::size_t kReferenceFrom = 4096;
 
 FrameEncoder::FrameEncoder(FrameType type)
 {
+    // Most frames are small: one allocation for the lot.
+    m_bytes.reserve(512);
+    m_pieces.reserve(4);
     const char header[kHeaderSize] = {
         char(kMagic[0]), char(kMagic[1]), char(kFrameVersion), char(type), 0, 0, 0, 0};
     raw(header, sizeof header);

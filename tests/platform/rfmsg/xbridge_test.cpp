@@ -4,6 +4,8 @@
 #include <future>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -208,6 +210,30 @@ TEST_F(XBridgeNetwork, OnSendReachesEveryPeerOrThoseOfTheNamedApplication)
     EXPECT_EQ(toLayout->GetText().str(), "layout");
 }
 
+TEST_F(XBridgeNetwork, MessagesSentWhilePeersConnectNeverComeBeforeTheirWelcome)
+{
+    const int port = bridge->start();
+    std::atomic<bool> connecting{true};
+    std::thread sender([&] {
+        while (connecting) {
+            msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(224, "all"));
+            bridge->OnSend(message.get(), "");
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        try {
+            PeerClient peer;
+            peer.connect("127.0.0.1", port, "DXD");
+            EXPECT_EQ(peer.number(), i + 1);
+            peer.finish();
+        } catch (IXException* error) {
+            ADD_FAILURE() << infoOf(error);
+        }
+    }
+    connecting = false;
+    sender.join();
+}
+
 TEST_F(XBridgeNetwork, ReplyFromOnReceiveGoesBackToTheSenderOnly)
 {
     bridge->setHandler([](IRFMessage& message) {
@@ -312,6 +338,40 @@ TEST_F(XBridgeNetwork, DisconnectWhileADeliveryWaitsForTheCallerDoesNotWait)
     // It can start again.
     const int again = bridge->start();
     EXPECT_EQ(connectPeer(again, "DXD")->number(), 1);
+}
+
+TEST_F(XBridgeNetwork, DeliveriesRunOnOneLibraryThreadWhileTheNetworkIsServed)
+{
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::mutex mutex;
+    std::set<std::thread::id> threads;
+    bridge->setHandler([&](IRFMessage& message) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            threads.insert(std::this_thread::get_id());
+        }
+        if (message.GetText().str() == "blocks")
+            released.wait();
+        return msg_auto_ptr<IRFMessage>();
+    });
+    const int port = bridge->start();
+    auto dxd = connectPeer(port, "DXD");
+    auto bsxe = connectPeer(port, "BSXE");
+    dxd->send(sampleMessage(212, "blocks"));
+    ASSERT_TRUE(waitUntil([&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        return !threads.empty();
+    }));
+    for (int i = 0; i < 20; ++i)
+        bsxe->send(sampleMessage(212, std::to_string(i)));
+    // Read and queued while the first delivery still waits.
+    const bool served = waitUntil([&] { return Testing::transportStats(*bridge).queued == 20; });
+    release.set_value();
+    ASSERT_TRUE(served);
+    ASSERT_TRUE(bridge->waitForMessages(21));
+    EXPECT_EQ(threads.size(), 1u);
+    EXPECT_EQ(threads.count(std::this_thread::get_id()), 0u);
 }
 
 TEST_F(XBridgeNetwork, FullQueueStopsReadingAndLosesNothing)

@@ -1,182 +1,102 @@
 // Sending a schematic or a layout as one kind-222 message, through the
 // commands mgcconnect_designsend_command and mgcconnect_layoutsend_command.
 
-#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "exchangeseams.h"
+#include "plugintest.h"
+#include "server/xserverlumo.h"
 
 namespace {
 
-using namespace ExchangeSeams;
-using Property = std::pair<std::string, std::string>;
-
-class DesignSending : public SeamTest
+class DesignSending : public PluginTest
 {
 protected:
-    void SetUp() override
-    {
-        SeamTest::SetUp();
-        ASSERT_TRUE(directory.isValid());
-    }
-
-    std::string file(const std::string& name, const std::string& content)
-    {
-        const std::string path = directory.path().toStdString() + "/" + name;
-        std::ofstream(path, std::ios::binary) << content;
-        return path;
-    }
-    std::string missing(const std::string& name) const
-    {
-        return directory.path().toStdString() + "/" + name;
-    }
-
-    // Calls the command; the body of the one message it sent, nullopt when none.
-    std::optional<std::string> send(const char* command, std::vector<BRIOValue> arguments,
-                                    std::string* standardError = nullptr)
+    // Calls the command, which returns 1 whatever happened; the body of the
+    // one message it sent (nullopt: none). Standard error goes to `standardError`.
+    std::optional<std::string> send(const char* command, std::vector<BRIOValue> arguments)
     {
         test.brio.clearStatements();
         RFMsgExp::Testing::clearSentMessages(test.server());
         testing::internal::CaptureStderr();
-        const std::optional<int> result = callCommand(test, command, std::move(arguments));
-        const std::string captured = testing::internal::GetCapturedStderr();
-        if (standardError)
-            *standardError = captured;
-        EXPECT_EQ(result, 1) << "whatever the send reported";
+        EXPECT_EQ(test.call(command, std::move(arguments)), 1);
+        standardError = testing::internal::GetCapturedStderr();
         const auto messages = sent();
         EXPECT_LE(messages.size(), 1u);
-        if (messages.empty())
-            return std::nullopt;
-        return messages.front().content.text;
+        return messages.empty() ? std::nullopt : std::optional(messages.front().content.text);
     }
-
-    QTemporaryDir directory;
+    std::string standardError;
 };
 
-TEST_F(DesignSending, TheMessageCarriesKindPropertiesInOrderAndTheBothTexts)
+TEST_F(DesignSending, OneMessageCarriesKindPropertiesInOrderAndBothTexts)
 {
     const std::string schematic = file("s.iff", "S1\nS2");
     const std::string layout = file("l.iff", "L1\n");
-    const std::vector<Property> properties = {
-        {"RFDESIGN", "amp top"}, {"RFREGION", ""}, {"RFDESIGNPATH", "C:\\designs\\amp \"x\""}};
-    struct Row
-    {
-        const char* command;
-        std::vector<BRIOValue> arguments;
-    };
-    const std::vector<Row> rows = {
-        {"mgcconnect_designsend_command",
-         {schematic, layout, "amp top", "", "C:\\designs\\amp \"x\""}},
-        {"mgcconnect_layoutsend_command",
-         {layout, schematic, "amp top", "", "C:\\designs\\amp \"x\""}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.command);
+    const std::string path = "C:\\designs\\amp \"x\"";
+    for (const auto& [command, first, second] :
+         {std::tuple{"mgcconnect_designsend_command", schematic, layout},
+          std::tuple{"mgcconnect_layoutsend_command", layout, schematic}}) {
+        SCOPED_TRACE(command);
         // Each line gains its line feed, the end one more: schematic first, nothing between.
-        EXPECT_EQ(send(row.command, row.arguments), std::string("S1\nS2\nL1\n\n"));
-        const auto messages = sent();
-        ASSERT_EQ(messages.size(), 1u);
-        const RFMsgExp::MessageContent& content = messages.front().content;
-        EXPECT_EQ(content.kind, 222);
-        EXPECT_EQ(content.properties, properties);
+        EXPECT_EQ(send(command, {first, second, "amp top", "", path}), "S1\nS2\nL1\n\n");
+        const RFMsgExp::Testing::SentMessage message = sent().at(0);
+        EXPECT_EQ(message.content.kind, 222);
+        EXPECT_EQ(message.content.properties,
+                  (std::vector<std::pair<std::string, std::string>>{
+                      {"RFDESIGN", "amp top"}, {"RFREGION", ""}, {"RFDESIGNPATH", path}}));
         // Prepared once, right after the kind, before any property.
-        EXPECT_EQ(content.prepareCalls, 1);
-        EXPECT_EQ(content.propertiesAtPrepare, 0);
-        EXPECT_FALSE(content.document.has_value());
-        EXPECT_EQ(messages.front().target, "");
-        EXPECT_TRUE(statements().empty());
+        EXPECT_EQ(message.content.prepareCalls, 1);
+        EXPECT_EQ(message.content.propertiesAtPrepare, 0);
+        EXPECT_FALSE(message.content.document.has_value());
+        EXPECT_EQ(message.target, "");
     }
+    EXPECT_TRUE(statements().empty());
     unreleasedHandles = 1; // the layout send keeps its second argument's value
-}
-
-TEST_F(DesignSending, DesignSendReadsTheLayoutUnlessItIsExactlyNone)
-{
-    const std::string schematic = file("s.iff", "S");
-    file("None", "capitalised none is a file");
-    const WorkingDirectory workingDirectory(directory.path());
-    struct Row
-    {
-        const char* layout;
-        std::string body;
-        std::string standardError;
-    };
-    const std::vector<Row> rows = {
-        {"none", "S\n", ""},
-        {"None", "S\ncapitalised none is a file\n", ""},
-        {"NONE", "S\n", "Unable to open IFF file NONE\n"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.layout);
-        std::string standardError;
-        EXPECT_EQ(send("mgcconnect_designsend_command", {schematic, row.layout, "d", "r", "p"},
-                       &standardError),
-                  row.body);
-        EXPECT_EQ(standardError, row.standardError);
-    }
 }
 
 TEST_F(DesignSending, DesignSendGoesOnWithWhatItCouldRead)
 {
+    file("None", "capitalised none is a file");
     struct Row
     {
-        const char* name;
-        std::string schematic;
-        std::string layout;
-        std::string body;
-        std::string standardError;
+        std::string schematic, layout, body, standardError;
     };
+    // clang-format off
     const std::vector<Row> rows = {
-        {"both empty", file("s0", ""), file("l0", ""), "\n\n", ""},
-        {"schematic missing", missing("s1"), file("l1", "L"), "L\n",
-         "Unable to open IFF file " + missing("s1") + "\n"},
-        {"layout missing", file("s2", "S"), missing("l2"), "S\n",
-         "Unable to open IFF file " + missing("l2") + "\n"},
+        {file("s", "S"), "none", "S\n", ""},
+        {file("s"), "None", "S\ncapitalised none is a file\n", ""},
+        {file("s"), "NONE", "S\n", "Unable to open IFF file NONE\n"},
+        {file("s0", ""), file("l0", ""), "\n\n", ""},
+        {file("missing"), file("l", "L"), "L\n", "Unable to open IFF file " + file("missing") + "\n"},
     };
+    // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::string standardError;
-        EXPECT_EQ(send("mgcconnect_designsend_command", {row.schematic, row.layout, "d", "r", "p"},
-                       &standardError),
+        SCOPED_TRACE(row.schematic + " + " + row.layout);
+        EXPECT_EQ(send("mgcconnect_designsend_command", {row.schematic, row.layout, "d", "r", "p"}),
                   row.body);
         EXPECT_EQ(standardError, row.standardError);
         EXPECT_TRUE(statements().empty());
     }
 }
 
-TEST_F(DesignSending, LayoutSendWithAnUnreadableSchematicShowsTheErrorAndSendsNothing)
+TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSchematic)
 {
-    const std::string layout = file("l.iff", "L");
-    std::string standardError;
-    EXPECT_EQ(send("mgcconnect_layoutsend_command", {layout, missing("s.iff"), "d", "r", "p"},
-                   &standardError),
+    // The layout is not read when the schematic is missing.
+    const std::string error = "Unable to open schematic IFF file to send to Mentor: " + file("s1");
+    EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l1", "L"), file("s1"), "d", "r", "p"}),
               std::nullopt);
     EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  message("de_info(\"Tessel Error: Unable to open schematic IFF file to send to "
-                          "Mentor: " +
-                          missing("s.iff") + "\");"),
-                  message("fprintf(stderr,\"Tessel:Error: Unable to open schematic IFF file to "
-                          "send to Mentor: " +
-                          missing("s.iff") + "\n\");")}));
-    // The layout is then not read at all.
-    EXPECT_EQ(standardError, "Unable to open IFF file " + missing("s.iff") + "\n");
-    unreleasedHandles = 1;
-}
+              (std::vector<std::string>{shownError(error), logged("Error: " + error)}));
+    EXPECT_EQ(standardError, "Unable to open IFF file " + file("s1") + "\n");
 
-TEST_F(DesignSending, LayoutSendWithAnUnreadableLayoutOnlyLeavesTheReaderLine)
-{
-    const std::string schematic = file("s.iff", "S");
-    std::string standardError;
-    EXPECT_EQ(send("mgcconnect_layoutsend_command", {missing("l.iff"), schematic, "d", "r", "p"},
-                   &standardError),
+    EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l2"), file("s2", "S"), "d", "r", "p"}),
               std::nullopt);
     EXPECT_TRUE(statements().empty());
-    EXPECT_EQ(standardError, "Unable to open IFF file " + missing("l.iff") + "\n");
-    unreleasedHandles = 1;
+    EXPECT_EQ(standardError, "Unable to open IFF file " + file("l2") + "\n");
+    unreleasedHandles = 2;
 }
 
 } // namespace

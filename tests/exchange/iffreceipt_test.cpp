@@ -1,204 +1,131 @@
 // Kind 222: the IFF text saved as mgcLayoutTmp.iff in the workspace and
 // imported through mgclink_import_iff_file.
 
-#include <functional>
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <QDir>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "exchangeseams.h"
 #include "options/optionnames.h"
+#include "plugintest.h"
+#include "server/xserverlumo.h"
 
 namespace {
 
-using namespace ExchangeSeams;
-using RFMsgExp::DocumentContent;
-using RFMsgExp::MessageContent;
-using RFMsgExp::RegionContent;
-
-MessageContent iffMessage(std::string text, int regions = 1)
+RFMsgExp::MessageContent iffMessage(std::string text, int regions = 1)
 {
-    DocumentContent document;
-    for (int index = 0; index < regions; ++index) {
-        RegionContent region;
-        region.name = "region" + std::to_string(index);
-        document.regions.push_back(region);
-    }
-    MessageContent content;
-    content.kind = 222;
-    content.text = std::move(text);
-    content.document = std::move(document);
-    return content;
+    return PluginTest::message(222, std::vector(regions, PluginTest::region("r")), std::move(text));
 }
 
-class IffReceipt : public SeamTest
+class IffReceipt : public PluginTest
 {
 protected:
-    void SetUp() override
-    {
-        SeamTest::SetUp();
-        ASSERT_TRUE(workspace.isValid());
-        setGeneral("rflib", "true");
-        test.answerPaths(workspacePath(), std::nullopt);
-    }
-
     void TearDown() override
     {
         test.server().GetOptions().general().clear_options();
-        SeamTest::TearDown();
+        PluginTest::TearDown();
     }
 
     // An absent value leaves the option out of the set.
-    void setGeneral(std::optional<std::string> targetLibrary, std::optional<std::string> overwrite)
+    void setGeneral(std::optional<QString> targetLibrary, std::optional<QString> overwrite)
     {
         Tessel::GeneralOptions& general = test.server().GetOptions().general();
         general.clear_options();
         if (targetLibrary)
-            general.set_option(Tessel::OptionName::TargetLib,
-                               QString::fromStdString(*targetLibrary), QString());
+            general.set_option(Tessel::OptionName::TargetLib, *targetLibrary, QString());
         if (overwrite)
-            general.set_option(Tessel::OptionName::OverwriteDesigns,
-                               QString::fromStdString(*overwrite), QString());
+            general.set_option(Tessel::OptionName::OverwriteDesigns, *overwrite, QString());
     }
 
-    std::string workspacePath() const { return workspace.path().toStdString(); }
-    std::string temporaryFile() const { return workspacePath() + "/mgcLayoutTmp.iff"; }
-    HostStatement import(const std::string& library, const std::string& overwrite) const
+    std::string import(const std::string& library, const std::string& overwrite) const
     {
-        return host("mgclink_import_iff_file(\"" + library + "\", \"" + temporaryFile() + "\", \"" +
+        return host("mgclink_import_iff_file(\"" + library + "\", \"" + temporaryFile + "\", \"" +
                     overwrite + "\");");
     }
 
-    QTemporaryDir workspace;
+    const std::string temporaryFile = file("mgcLayoutTmp.iff");
 };
 
-TEST_F(IffReceipt, BackslashesOfTheWorkspaceBecomeForwardSlashesInTheImport)
+TEST_F(IffReceipt, ImportsFromTheWorkspaceWithForwardSlashes)
 {
+    setGeneral("rflib", "true");
     test.answerPaths("C:\\ws\\proj_wrk", std::nullopt);
-    receive(test, iffMessage("IFF text"));
+    test.receive(iffMessage("IFF text"));
     EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  workspaceQuery(),
+              (std::vector<std::string>{
+                  WorkspaceQuery,
                   host("mgclink_import_iff_file(\"rflib\", \"C:/ws/proj_wrk/mgcLayoutTmp.iff\", "
                        "\"TRUE\");")}));
 }
 
-TEST_F(IffReceipt, TheTextIsSavedWholeInTheWorkspaceAndStaysAfterTheImport)
+TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfresh)
 {
-    // Given with backslashes, the path still names the same directory.
-    std::string backslashed = workspacePath();
-    for (char& c : backslashed)
-        if (c == '/')
-            c = '\\';
+    // Given with backslashes, the path still names the test's directory.
+    std::string backslashed = dir.path().toStdString();
+    std::replace(backslashed.begin(), backslashed.end(), '/', '\\');
     test.answerPaths(backslashed, std::nullopt);
-    const std::string text = "HEADER \"q\" C:\\lib\nline two without an end";
-    receive(test, iffMessage(text));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{workspaceQuery(), import("rflib", "TRUE")}));
-    EXPECT_EQ(fileContent(temporaryFile()), text);
-}
-
-TEST_F(IffReceipt, OverwriteDesignsChoosesTheThirdArgument)
-{
+    std::string big(100u << 20, 'i');
+    big.front() = '"';
+    big.back() = '\\';
     struct Row
     {
-        std::optional<std::string> targetLibrary;
-        std::optional<std::string> overwrite;
-        std::string library;
-        std::string flag;
+        std::optional<QString> targetLibrary, overwrite;
+        std::string text, library, flag;
     };
     const std::vector<Row> rows = {
-        {"rflib", "true", "rflib", "TRUE"},
-        {"rflib", "True", "rflib", "TRUE"},
-        {"rflib", "false", "rflib", "FALSE"},
-        {"rflib", "yes", "rflib", "FALSE"},
-        {"rflib", "", "rflib", "FALSE"},
-        {"rflib", std::nullopt, "rflib", "FALSE"},
-        {"", "true", "", "TRUE"},
-        {std::nullopt, "false", "", "FALSE"},
-        {"a \"b\"", "true", "a \"b\"", "TRUE"},
+        {"rflib", "True", big, "rflib", "TRUE"},
+        {"rflib", "false", "HEADER \"q\" C:\\lib\nline two without an end", "rflib", "FALSE"},
+        {"rflib", std::nullopt, "text", "rflib", "FALSE"},
+        {"", "true", "", "", "TRUE"},
+        {std::nullopt, "false", "x", "", "FALSE"},
+        {"a \"b\"", "true", "y", "a \"b\"", "TRUE"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.library + " / " + row.overwrite.value_or("(absent)"));
+        SCOPED_TRACE(row.library + " / " + row.flag);
         test.brio.clearStatements();
         setGeneral(row.targetLibrary, row.overwrite);
-        receive(test, iffMessage("x"));
+        test.receive(iffMessage(row.text, 2));
         EXPECT_EQ(statements(),
-                  (std::vector<HostStatement>{workspaceQuery(), import(row.library, row.flag)}));
+                  (std::vector<std::string>{WorkspaceQuery, import(row.library, row.flag)}));
+        const std::optional<std::string> written = fileContent(temporaryFile);
+        EXPECT_TRUE(written == row.text) << "written " << (written ? written->size() : 0);
     }
 }
 
-TEST_F(IffReceipt, NoRegionIsOnlyALogLineWhateverTheText)
+TEST_F(IffReceipt, AMissingRegionIsLoggedTheOtherFailuresShown)
 {
-    receive(test, iffMessage("IFF text", 0));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  message("fprintf(stderr,\"Tessel:No RF Regions found in IFF message\n\");")}));
-    EXPECT_TRUE(QDir(workspace.path()).isEmpty());
-}
-
-TEST_F(IffReceipt, NoWorkspaceShowsTheErrorAndWritesNothing)
-{
-    const std::vector<HostStatement> expected = {
-        workspaceQuery(),
-        message("de_info(\"Tessel Error: No workspace is open - unable to import IFF data\");"),
-        message("fprintf(stderr,\"Tessel:Error: No workspace is open - unable to import IFF "
-                "data\n\");")};
-    const std::vector<std::pair<const char*, std::function<void()>>> hosts = {
-        {"variable unset", [&] { test.answerPaths(std::nullopt, std::nullopt); }},
-        {"empty answer", [&] { test.answerPaths(std::string(), std::nullopt); }},
-        {"every statement fails",
-         [&] {
-             test.brio.setEvaluator([](const std::string&, const std::string&) { return false; });
-         }},
+    setGeneral("rflib", "true");
+    const std::string workspace = dir.path().toStdString();
+    const std::string noWorkspace = "No workspace is open - unable to import IFF data";
+    const std::vector<std::string> noWorkspaceShown = {WorkspaceQuery, shownError(noWorkspace),
+                                                       logged("Error: " + noWorkspace)};
+    struct Row
+    {
+        int regions;
+        std::optional<std::string> workspace;
+        std::vector<std::string> failing, statements;
     };
-    for (const auto& [name, setUp] : hosts) {
-        SCOPED_TRACE(name);
+    const std::vector<Row> rows = {
+        {0, workspace, {}, {logged("No RF Regions found in IFF message")}},
+        {1, std::nullopt, {}, noWorkspaceShown},
+        {1, workspace, {"mgclink_get_workspace_path", "de_info", "fprintf"}, noWorkspaceShown},
+        {1,
+         workspace,
+         {"mgclink_import_iff_file"},
+         {WorkspaceQuery, import("rflib", "TRUE"), shownError("IFF import failed"),
+          logged("Error: IFF import failed")}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.statements.back());
         test.reset();
-        setUp();
-        receive(test, iffMessage("IFF text"));
-        EXPECT_EQ(statements(), expected);
-        EXPECT_TRUE(QDir(workspace.path()).isEmpty());
+        test.answerPaths(row.workspace, std::nullopt, row.failing);
+        test.receive(iffMessage("IFF text", row.regions));
+        EXPECT_EQ(statements(), row.statements);
+        // Only the failed import leaves the file.
+        EXPECT_EQ(fileContent(temporaryFile).has_value(), row.statements.size() == 4);
     }
-}
-
-TEST_F(IffReceipt, AFailedImportIsShownAsError)
-{
-    test.answerPaths(workspacePath(), std::nullopt, {"mgclink_import_iff_file"});
-    receive(test, iffMessage("IFF text"));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  workspaceQuery(), import("rflib", "TRUE"),
-                  message("de_info(\"Tessel Error: IFF import failed\");"),
-                  message("fprintf(stderr,\"Tessel:Error: IFF import failed\n\");")}));
-    EXPECT_EQ(fileContent(temporaryFile()), std::string("IFF text"));
-}
-
-TEST_F(IffReceipt, ASecondMessageReplacesTheFirstFile)
-{
-    receive(test, iffMessage("the first, longer text"));
-    receive(test, iffMessage("second"));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{workspaceQuery(), import("rflib", "TRUE"),
-                                          workspaceQuery(), import("rflib", "TRUE")}));
-    EXPECT_EQ(fileContent(temporaryFile()), std::string("second"));
-}
-
-TEST_F(IffReceipt, AHundredMegabyteTextIsWrittenWhole)
-{
-    std::string text(100u << 20, 'i');
-    text.front() = '"';
-    text.back() = '\\';
-    receive(test, iffMessage(text, 3));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{workspaceQuery(), import("rflib", "TRUE")}));
-    const std::optional<std::string> written = fileContent(temporaryFile());
-    ASSERT_TRUE(written.has_value());
-    EXPECT_TRUE(*written == text) << "written " << written->size() << " bytes";
 }
 
 } // namespace

@@ -1,291 +1,181 @@
 // Kind 212: the first region's netlist saved in the netlists directory and the
 // design created through mgclink_create_design.
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include <QDir>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "exchangeseams.h"
+#include "plugintest.h"
 
 namespace {
 
-using namespace ExchangeSeams;
-using RFMsgExp::DocumentContent;
 using RFMsgExp::MessageContent;
 using RFMsgExp::PortContent;
-using RFMsgExp::RegionContent;
 
-PortContent port(std::string label, double x, double y, int type, int enabled = 1)
+MessageContent netlistMessage(std::string designName, std::vector<RFMsgExp::RegionContent> regions)
 {
-    PortContent port;
-    port.name = "name of " + label;
-    port.enabled = enabled;
-    port.type = type;
-    port.label = std::move(label);
-    port.note = "a note";
-    port.value = 50;
-    port.x = x;
-    port.y = y;
-    return port;
-}
-
-RegionContent region(std::string name, std::string netlist, std::vector<PortContent> ports = {})
-{
-    RegionContent region;
-    region.name = std::move(name);
-    region.netlist = std::move(netlist);
-    region.egs = "egs data that a netlist never uses";
-    region.ports = std::move(ports);
-    return region;
-}
-
-MessageContent netlistMessage(std::string designName, std::string designPath,
-                              std::vector<RegionContent> regions)
-{
-    DocumentContent document;
-    document.label = "a label";
-    document.name = std::move(designName);
-    document.path = std::move(designPath);
-    document.regions = std::move(regions);
-    MessageContent content;
-    content.kind = 212;
-    content.document = std::move(document);
+    MessageContent content = PluginTest::message(212, std::move(regions));
+    content.document->label = "a label";
+    content.document->name = std::move(designName);
+    content.document->path = "C:\\d\\p";
     return content;
 }
 
-class NetlistReceipt : public SeamTest
+// Fields: name, enabled, type, label, note, value, x, y.
+PortContent port(std::string label, double x, double y, int type, int enabled = 1)
+{
+    return {"name of " + label, enabled, type, std::move(label), "a note", 50, x, y};
+}
+
+std::string create(const std::string& cell, const std::string& design, const std::string& region,
+                   int count, const std::string& ports = "NULL")
+{
+    return "mgclink_create_design(\"\", \"" + cell + "\", \"" + design + "\", \"C:/d/p\", \"" +
+           region + "\", " + std::to_string(count) + ", " + ports + ", 0);";
+}
+
+class NetlistReceipt : public PluginTest
 {
 protected:
     void SetUp() override
     {
-        SeamTest::SetUp();
-        ASSERT_TRUE(workspace.isValid());
-        ASSERT_TRUE(QDir(workspace.path()).mkdir("netlists"));
-        netlists = workspace.path().toStdString() + "/netlists";
-        test.answerPaths(workspace.path().toStdString(), netlists);
+        PluginTest::SetUp();
+        test.answerPaths("/no/workspace/needed", netlists);
     }
 
-    QStringList netlistFiles() const
-    {
-        return QDir(QString::fromStdString(netlists)).entryList(QDir::Files);
-    }
-
-    QTemporaryDir workspace;
-    std::string netlists;
+    const std::string netlists = dir.path().toStdString();
 };
 
 TEST_F(NetlistReceipt, CreatesTheDesignOfTheFirstRegionWithItsEnabledPorts)
 {
     const std::string netlist = "* amp\nX1 ( in out gnd )\n";
-    receive(test, netlistMessage("amp_top.sch", "C:\\designs\\amp",
-                                 {region("lna", netlist,
-                                         {port("P1", 0, 1.5, 0), port("Px", 3, 3, 4, 0),
-                                          port("P2", 12.25, 1.5, 0)}),
-                                  region("pa", "other netlist", {port("Q", 1, 1, 1)})}));
-
+    MessageContent content = netlistMessage(
+        "amp_top.sch",
+        {region("lna", netlist,
+                {port("P1", 0, 1.5, 0), port("Px", 3, 3, 4, 0), port("P2", 12.25, 1.5, 0)}),
+         region("pa", "other netlist", {port("Q", 1, 1, 1)})});
+    content.document->path = "C:\\designs\\amp";
+    test.receive(content);
     EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  workspaceQuery(), netlistsQuery(),
+              (std::vector<std::string>{
+                  WorkspaceQuery, NetlistsQuery,
                   host("mgclink_create_design(\"\", \"amp_top_lna\", \"amp_top.sch\", "
                        "\"C:/designs/amp\", \"lna\", 2, "
                        "list(list(\"P1\",0,1.5,1,0),list(\"P2\",12.25,1.5,2,0)), 0);")}));
-    EXPECT_EQ(netlistFiles(), QStringList{"amp_top_lna.net"});
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"amp_top_lna.net"});
     EXPECT_EQ(fileContent(netlists + "/amp_top_lna.net"), netlist);
 }
 
-TEST_F(NetlistReceipt, DesignCellNameIsTheDesignNameLessFourCharactersAndTheRegion)
+TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets)
 {
+    // The count is the blanks from two places after the first "(" up to the
+    // character before the first ")"; when that ")" is too close or comes
+    // first, up to the end. Names go in unescaped. -1: the count throws.
     struct Row
     {
-        std::string designName;
-        std::string regionName;
-        std::string cellName;
-    };
-    const std::vector<Row> rows = {
-        {"amp_top.sch", "lna", "amp_top_lna"},
-        {"abc", "r1", "abc_r1"},
-        {"abcd", "r1", "_r1"},
-        {"", "r1", "_r1"},
-        {"a.b.sch", "", "a.b_"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.designName + " / " + row.regionName);
-        test.brio.clearStatements();
-        QDir(QString::fromStdString(netlists)).removeRecursively();
-        QDir().mkpath(QString::fromStdString(netlists));
-        receive(test, netlistMessage(row.designName, "p", {region(row.regionName, "n")}));
-        EXPECT_EQ(netlistFiles(), QStringList{QString::fromStdString(row.cellName + ".net")});
-        const std::vector<HostStatement> ran = statements();
-        ASSERT_EQ(ran.size(), 3u);
-        EXPECT_EQ(ran[2],
-                  host("mgclink_create_design(\"\", \"" + row.cellName + "\", \"" + row.designName +
-                       "\", \"p\", \"" + row.regionName + "\", 0, NULL, 0);"));
-    }
-}
-
-TEST_F(NetlistReceipt, WithoutPortsTheCountIsTheBlanksBetweenTheFirstBrackets)
-{
-    // Taken from two places after the first "(" up to the character before the
-    // first ")"; when that ")" is too close or comes first, to the end.
-    struct Row
-    {
-        const char* netlist;
+        std::string design, region, netlist, cell;
         int count;
     };
     const std::vector<Row> rows = {
-        {"X1 ( a b c ) Y", 2}, {"(x y)", 1},        {"(xy )", 0},
-        {"( xy)", 0},          {"( a  b )", 2},     {"no brackets", 0},
-        {"only ( open", 0},    {"only ) close", 0}, {"", 0},
-        {"() a b", 2},         {"( ) x y", 2},      {") a ( b c d e", 3},
-        {"x)(y", 0},           {"(ab)", 0},
+        {"amp_top.sch", "lna", "X1 ( a b c ) Y", "amp_top_lna", 2},
+        {"abc", "r1", "(x y)", "abc_r1", 1},
+        {"abcd", "r1", "(xy )", "_r1", 0},
+        {"", "r1", "( xy)", "_r1", 0},
+        {"a.b.sch", "", "( a b )", "a.b_", 1},
+        {"q\"x.sch", "r\"1", "no brackets", "q\"x_r\"1", 0},
+        {"a\\b.sch", "r\\1", "only ( open", "a\\b_r\\1", 0},
+        {"d.sch", "r", "only ) close", "d_r", 0},
+        {"d.sch", "r", "() a b", "d_r", 2},
+        {"d.sch", "r", "( ) x y", "d_r", 2},
+        {"d.sch", "r", ") a ( b c d e", "d_r", 3},
+        {"d.sch", "r", "x)(y", "d_r", 0},
+        {"d.sch", "r", "(ab)", "d_r", 0},
+        {"d.sch", "r", "a) b ( ", "d_r", 0},
+        {"d.sch", "r", "a) b (", "d_r", -1},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.netlist);
+        SCOPED_TRACE(row.design + " / " + row.region + " / " + row.netlist);
         test.brio.clearStatements();
-        receive(test, netlistMessage("d.sch", "", {region("r", row.netlist)}));
+        test.receive(netlistMessage(row.design, {region(row.region, row.netlist)}));
         EXPECT_EQ(statements(),
-                  (std::vector<HostStatement>{
-                      workspaceQuery(), netlistsQuery(),
-                      host("mgclink_create_design(\"\", \"d_r\", \"d.sch\", \"\", \"r\", " +
-                           std::to_string(row.count) + ", NULL, 0);")}));
-        EXPECT_EQ(fileContent(netlists + "/d_r.net"), std::string(row.netlist));
+                  (std::vector<std::string>{
+                      WorkspaceQuery, NetlistsQuery,
+                      row.count < 0 ? logged("Exception detected in OnReceive()")
+                                    : host(create(row.cell, row.design, row.region, row.count))}));
+        // Written before the count is taken.
+        EXPECT_EQ(fileContent(netlists + "/" + row.cell + ".net"), row.netlist);
     }
 }
 
-TEST_F(NetlistReceipt, OpeningBracketAsLastCharacterAfterAClosingOneEndsInTheLoggedException)
+TEST_F(NetlistReceipt, PortEntriesAreFormattedLikePercentGAndNumberedByTheTakenPorts)
 {
-    receive(test, netlistMessage("d.sch", "", {region("r", "a) b (")}));
-    EXPECT_EQ(statements(),
-              (std::vector<HostStatement>{
-                  workspaceQuery(), netlistsQuery(),
-                  message("fprintf(stderr,\"Tessel:Exception detected in OnReceive()\n\");")}));
-    // The file is written before the count is taken.
-    EXPECT_EQ(fileContent(netlists + "/d_r.net"), std::string("a) b ("));
-
-    test.brio.clearStatements();
-    receive(test, netlistMessage("d.sch", "", {region("r", "a) b ( ")}));
-    EXPECT_EQ(statements().back(),
-              host("mgclink_create_design(\"\", \"d_r\", \"d.sch\", \"\", \"r\", 0, NULL, 0);"));
+    test.receive(netlistMessage(
+        "d.sch", {region("r", "( a b c d e f )",
+                         {port("in \"rf\"\\", 1234567.0, -0.000012345, -3), port("b", 1, 1, 1, 0),
+                          port("c", 0.1 + 0.2, 1e6, 7), port("d", 100000, 1e-5, 2147483647, -1)}),
+                  region("pa")}));
+    test.receive(netlistMessage(
+        "d.sch", {region("r", "( a b c )", {port("a", 1, 1, 1, 0), port("b", 2, 2, 2, 0)})}));
+    const std::vector<std::string> ran = statements();
+    ASSERT_EQ(ran.size(), 6u);
+    EXPECT_EQ(ran[2],
+              host(create("d_r", "d.sch", "r", 3,
+                          "list(list(\"in \"rf\"\\\",1.23457e+06,-1.2345e-05,1,-3),"
+                          "list(\"c\",0.3,1e+06,2,7),list(\"d\",100000,1e-05,3,2147483647))")));
+    EXPECT_EQ(ran[5], host(create("d_r", "d.sch", "r", 0, "list()")));
 }
 
-TEST_F(NetlistReceipt, PortFieldsAreFormattedLikePercentGAndInsertedUnescaped)
+TEST_F(NetlistReceipt, NoRegionNoWorkspaceOrAFailingHostCreatesNothing)
 {
-    receive(test, netlistMessage("d.sch", "",
-                                 {region("r", "( a b c d e f )",
-                                         {port("in \"rf\"\\", 1234567.0, -0.000012345, -3),
-                                          port("b", 1, 1, 1, 0), port("c", 0.1 + 0.2, 1e6, 7),
-                                          port("d", 100000, 1e-5, 2147483647, -1)})}));
-    // Numbered by the ports taken; the disabled one is skipped.
-    EXPECT_EQ(statements().back(),
-              host("mgclink_create_design(\"\", \"d_r\", \"d.sch\", \"\", \"r\", 3, "
-                   "list(list(\"in \"rf\"\\\",1.23457e+06,-1.2345e-05,1,-3),"
-                   "list(\"c\",0.3,1e+06,2,7),list(\"d\",100000,1e-05,3,2147483647)), 0);"));
-}
-
-TEST_F(NetlistReceipt, AllPortsDisabledGiveAnEmptyListAndACountOfZero)
-{
-    receive(test, netlistMessage(
-                      "d.sch", "",
-                      {region("r", "( a b c )", {port("a", 1, 1, 1, 0), port("b", 2, 2, 2, 0)})}));
-    EXPECT_EQ(statements().back(),
-              host("mgclink_create_design(\"\", \"d_r\", \"d.sch\", \"\", \"r\", 0, list(), 0);"));
-}
-
-TEST_F(NetlistReceipt, NamesAreInsertedUnescapedAndThePathGetsForwardSlashes)
-{
-    receive(test, netlistMessage("q\"x.sch", "C:\\a \"b\"\\c", {region("r\"1", "n")}));
-    EXPECT_EQ(statements().back(),
-              host("mgclink_create_design(\"\", \"q\"x_r\"1\", \"q\"x.sch\", \"C:/a \"b\"/c\", "
-                   "\"r\"1\", 0, NULL, 0);"));
-    EXPECT_EQ(netlistFiles(), QStringList{"q\"x_r\"1.net"});
-}
-
-TEST_F(NetlistReceipt, NoRegionAsksForBothPathsThenDropsTheMessage)
-{
-    receive(test, netlistMessage("d.sch", "p", {}));
-    EXPECT_EQ(statements(), (std::vector<HostStatement>{workspaceQuery(), netlistsQuery()}));
-    EXPECT_TRUE(netlistFiles().isEmpty());
-}
-
-TEST_F(NetlistReceipt, NoWorkspaceShowsTheErrorAndNeitherAsksForNetlistsNorWrites)
-{
-    const std::vector<HostStatement> expected = {
-        workspaceQuery(),
-        message("de_info(\"Tessel Error: LUMO project must be opened before receiving Mentor "
-                "design netlist\");"),
-        message("fprintf(stderr,\"Tessel:Error: LUMO project must be opened before receiving "
-                "Mentor design netlist\n\");")};
-    const std::vector<std::pair<const char*, std::function<void()>>> hosts = {
-        {"variable unset", [&] { test.answerPaths(std::nullopt, netlists); }},
-        {"empty answer", [&] { test.answerPaths(std::string(), netlists); }},
-        {"query fails", [&] { test.answerPaths("/ws", netlists, {"mgclink_get_workspace_path"}); }},
-        {"every statement fails",
-         [&] {
-             test.brio.setEvaluator([](const std::string&, const std::string&) { return false; });
-         }},
-    };
-    for (const auto& [name, setUp] : hosts) {
-        SCOPED_TRACE(name);
+    const std::string error = "LUMO project must be opened before receiving Mentor design netlist";
+    test.receive(netlistMessage("d.sch", {}));
+    EXPECT_EQ(statements(), (std::vector<std::string>{WorkspaceQuery, NetlistsQuery}));
+    for (const bool hostFailsAll : {false, true}) {
+        SCOPED_TRACE(hostFailsAll ? "every statement fails" : "no workspace");
         test.reset();
-        setUp();
-        receive(test, netlistMessage("d.sch", "p", {region("r", "n")}));
-        EXPECT_EQ(statements(), expected);
-        EXPECT_TRUE(netlistFiles().isEmpty());
+        test.answerPaths(hostFailsAll ? std::optional<std::string>("/ws") : std::nullopt, netlists,
+                         hostFailsAll ? std::vector<std::string>{"mgclink_get_workspace_path",
+                                                                 "de_info", "fprintf"}
+                                      : std::vector<std::string>{});
+        test.receive(netlistMessage("d.sch", {region("r", "n")}));
+        EXPECT_EQ(statements(), (std::vector<std::string>{WorkspaceQuery, shownError(error),
+                                                          logged("Error: " + error)}));
     }
+    EXPECT_TRUE(QDir(dir.path()).isEmpty());
+
+    test.reset();
+    test.answerPaths("/ws", netlists, {"mgclink_create_design"});
+    test.receive(netlistMessage("d.sch", {region("r", "(x y)")}));
+    const std::string command = create("d_r", "d.sch", "r", 1);
+    EXPECT_EQ(statements(),
+              (std::vector<std::string>{WorkspaceQuery, NetlistsQuery, host(command),
+                                        logged("Execute BRIO command failed: " + command)}));
 }
 
-TEST_F(NetlistReceipt, AFailedCreateIsLoggedWithTheWholeCommand)
+TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
 {
-    test.answerPaths(workspace.path().toStdString(), netlists, {"mgclink_create_design"});
-    receive(test, netlistMessage("d.sch", "p", {region("r", "(x y)")}));
-    const std::string create =
-        "mgclink_create_design(\"\", \"d_r\", \"d.sch\", \"p\", \"r\", 1, NULL, 0);";
-    EXPECT_EQ(
-        statements(),
-        (std::vector<HostStatement>{
-            workspaceQuery(), netlistsQuery(), host(create),
-            message("fprintf(stderr,\"Tessel:Execute BRIO command failed: " + create + "\n\");")}));
-}
-
-TEST_F(NetlistReceipt, AnUnwritableNetlistFileStillCreatesTheDesign)
-{
+    std::string big = "X1 ( a b c )\n";
+    big.resize(100u << 20, 'x');
+    const std::string huge(100000, 'r'); // too long a file name
     struct Row
     {
-        const char* name;
-        std::string netlistsPath;
-        std::string regionName;
+        std::string netlists, region, netlist;
+        int count;
     };
-    const std::vector<Row> rows = {
-        {"missing directory", netlists + "/missing", "r"},
-        {"name too long for the file system", netlists, std::string(100000, 'r')},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const Row& row : {Row{netlists + "/missing", "r", "n", 0}, Row{netlists, huge, "n", 0},
+                           Row{netlists, "r", big, 2}}) {
+        SCOPED_TRACE(row.netlists + " " + row.region.substr(0, 10));
         test.reset();
-        test.answerPaths(workspace.path().toStdString(), row.netlistsPath);
-        receive(test, netlistMessage("d.sch", "p", {region(row.regionName, "n")}));
+        test.answerPaths("/ws", row.netlists);
+        test.receive(netlistMessage("d.sch", {region(row.region, row.netlist)}));
         EXPECT_EQ(statements().back(),
-                  host("mgclink_create_design(\"\", \"d_" + row.regionName +
-                       "\", \"d.sch\", \"p\", \"" + row.regionName + "\", 0, NULL, 0);"));
-        EXPECT_TRUE(netlistFiles().isEmpty());
+                  host(create("d_" + row.region, "d.sch", row.region, row.count)));
     }
-}
-
-TEST_F(NetlistReceipt, AHundredMegabyteNetlistIsWrittenWhole)
-{
-    std::string netlist = "X1 ( a b c )\n";
-    netlist.resize(100u << 20, 'x');
-    receive(test, netlistMessage("big.sch", "p", {region("r", netlist)}));
-    EXPECT_EQ(
-        statements().back(),
-        host("mgclink_create_design(\"\", \"big_r\", \"big.sch\", \"p\", \"r\", 2, NULL, 0);"));
-    const std::optional<std::string> written = fileContent(netlists + "/big_r.net");
-    ASSERT_TRUE(written.has_value());
-    EXPECT_TRUE(*written == netlist) << "written " << written->size() << " bytes";
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"d_r.net"});
+    const std::optional<std::string> written = fileContent(netlists + "/d_r.net");
+    EXPECT_TRUE(written == big) << "written " << (written ? written->size() : 0) << " bytes";
 }
 
 } // namespace

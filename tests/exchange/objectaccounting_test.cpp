@@ -1,56 +1,42 @@
-// A mixed run of received messages and sends: every library object handed out
-// is destroyed exactly once, and the only script values left unreleased are
+// A mixed run of received messages and commands: every library object handed
+// out is destroyed exactly once, and the only script values left unreleased are
 // the ones the commands keep on purpose.
 
 #include <algorithm>
-#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include <QDir>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "exchangeseams.h"
+#include "plugintest.h"
+#include "server/xserverlumo.h"
 
 namespace {
 
-using namespace ExchangeSeams;
 using RFMsgExp::MessageContent;
 
 MessageContent received(int kind, const std::string& netlist, int portType, int ports = 3)
 {
-    MessageContent content;
-    content.kind = kind;
-    content.text = "IFF text";
-    content.document.emplace();
+    MessageContent content = PluginTest::message(
+        kind, {PluginTest::region("r", netlist), PluginTest::region("r2")}, "IFF");
     content.document->name = "d.sch";
     content.document->portTypes = {{1, 0, "internal"}};
-    content.document->regions.resize(2);
-    content.document->regions[0].name = "r";
-    content.document->regions[0].netlist = netlist;
-    content.document->regions[0].egs = "egs";
     content.document->regions[0].ports.resize(ports);
     for (RFMsgExp::PortContent& port : content.document->regions[0].ports)
         port.type = portType;
     return content;
 }
 
-class ObjectAccounting : public SeamTest
+class ObjectAccounting : public PluginTest
 {
 };
 
 TEST_F(ObjectAccounting, AMixedRunDestroysEveryObjectAndKeepsOnlyTheDeliberateValues)
 {
-    QTemporaryDir workspace;
-    ASSERT_TRUE(workspace.isValid());
-    const std::string path = workspace.path().toStdString();
-    std::ofstream(path + "/s.iff") << "S";
-    const std::string iff = path + "/s.iff";
     const long created = RFMsgExp::Testing::createdObjects();
-
     // Handled, throwing, failing, ignored, empty and document-less messages.
-    test.answerPaths(path, path, {"mgclink_create_design"});
+    test.answerPaths(dir.path().toStdString(), dir.path().toStdString(), {"mgclink_create_design"});
     MessageContent noDocument = received(212, "", 1);
     noDocument.document.reset();
     MessageContent noRegions = received(222, "", 1);
@@ -59,39 +45,49 @@ TEST_F(ObjectAccounting, AMixedRunDestroysEveryObjectAndKeepsOnlyTheDeliberateVa
          {received(212, "( a b )", 1), received(212, "x) (", 1, 0), received(213, "", 1),
           received(213, "", 9), received(222, "", 1), received(40, "", 1), noDocument, noRegions}) {
         SCOPED_TRACE(content.kind);
-        receive(test, content);
+        test.receive(content);
     }
-    const std::vector<HostStatement> ran = statements();
-    EXPECT_EQ(
-        std::count(ran.begin(), ran.end(),
-                   message("fprintf(stderr,\"Tessel:Exception detected in OnReceive()\n\");")),
-        3);
+    const std::vector<std::string> ran = statements();
+    EXPECT_EQ(std::count(ran.begin(), ran.end(), logged("Exception detected in OnReceive()")), 3);
 
-    // Sends and queries through the commands.
-    RFMsgExp::Testing::simulatePeers(test.server(), {{"DXD", 1}, {"BSXE", 2}});
-    const std::vector<std::pair<const char*, std::vector<BRIOValue>>> calls = {
-        {"mgcconnect_designsend_command", {iff, "none", "d", "r", "p"}},
-        {"mgcconnect_layoutsend_command", {iff, iff, "d", "r", "p"}},
-        {"mgcconnect_layoutsend_command", {iff, path + "/missing", "d", "r", "p"}},
-        {"mgcconnect_netlist_command", {"a", "b", "c", "d"}},
-        {"mgcconnect_push_command", {"a", "b", "c"}},
-        {"mgcconnect_send_push_into_message", {"a", "b", "c"}},
-        {"mgcconnect_instance_command", {}},
-        {"mgcconnect_is_connected_to_schematic", {}},
-        {"mgcconnect_is_connected_to_layout", {}},
-        {"mgcconnect_show_connections", {}},
-        {"mgcconnect_set_IFF_project_list", {"p"}},
-        {"mgcconnect_write_IFF_options_file", {path + "/options.txt"}},
+    // Every command but the timestamp, the start and the dialog, with its result.
+    RFMsgExp::Testing::simulatePeers(test.server(), {{"DXD", 1}, {"bsxe", 2}});
+    const std::string iff = file("s.iff", "S");
+    struct Row
+    {
+        const char* command;
+        std::vector<BRIOValue> arguments;
+        std::optional<int> result;
+        int kept; // values the command leaves unreleased on purpose
+    };
+    const std::vector<Row> rows = {
+        {"mgcconnect_send_push_into_message", {"a", "b", "c"}, std::nullopt, 0},
+        {"mgcconnect_disconnect", {}, 1, 0},
+        {"mgcconnect_show_connections", {}, std::nullopt, 0},
+        {"mgcconnect_netlist_command", {"a", "b", "c", "d"}, 1, 0},
+        {"mgcconnect_instance_command", {}, 1, 0},
+        {"mgcconnect_update_command", {}, 1, 0},
+        {"mgcconnect_push_command", {"a", "b", "c"}, 1, 0},
+        {"mgcconnect_layoutsend_command", {iff, iff, "d", "r", "p"}, 1, 1},
+        {"mgcconnect_layoutsend_command", {iff, "missing", "d", "r", "p"}, 1, 1},
+        {"mgcconnect_designsend_command", {iff, "none", "d", "r", "p"}, 1, 0},
+        {"mgcconnect_is_connected_to_schematic", {}, 1, 0},
+        {"mgcconnect_is_connected_to_layout", {}, 1, 0},
+        {"mgcconnect_set_IFF_project_list", {"p"}, 1, 1},
+        {"mgcconnect_write_IFF_options_file", {"options.txt"}, 1, 1},
+        {"mgcconnect_write_IFF_options_file", {"missing/options.txt"}, 0, 1},
     };
     testing::internal::CaptureStderr();
-    for (const auto& [command, arguments] : calls)
-        callCommand(test, command, arguments);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.command);
+        const int handles = test.brio.liveHandles();
+        EXPECT_EQ(test.call(row.command, row.arguments), row.result);
+        EXPECT_EQ(test.brio.liveHandles() - handles, row.kept);
+        unreleasedHandles += row.kept;
+    }
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(sent().size(), 5u);
-
     EXPECT_GT(RFMsgExp::Testing::createdObjects(), created);
-    // Two layout sends keep one value each; the two option commands keep theirs.
-    unreleasedHandles = 4;
     // The fixture checks that the live objects are back where they started.
 }
 

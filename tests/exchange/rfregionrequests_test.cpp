@@ -7,14 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include "exchangeseams.h"
+#include "plugintest.h"
+#include "server/xserverlumo.h"
 
 namespace {
 
-using namespace ExchangeSeams;
-using Property = std::pair<std::string, std::string>;
-
-class RFRegionRequests : public SeamTest
+class RFRegionRequests : public PluginTest
 {
 };
 
@@ -24,63 +22,44 @@ TEST_F(RFRegionRequests, EachRequestCarriesOnePropertyNamingTheRegion)
     {
         const char* command;
         std::vector<BRIOValue> arguments;
-        std::optional<int> result;
-        Property property;
-        int prepareCalls;
+        std::string property, region;
+        int propertiesAtPrepare; // -1: not prepared
     };
+    // The netlist request is prepared after its property is set; a highlight
+    // ignores its first two arguments and is never prepared.
+    // clang-format off
     const std::vector<Row> rows = {
-        {"mgcconnect_netlist_command",
-         {"design", "lna 1", "view", "path"},
-         1,
-         {"NETLIST_RFREGION", "lna 1"},
-         1},
-        {"mgcconnect_netlist_command",
-         {"design", "", "view", "path"},
-         1,
-         {"NETLIST_RFREGION", ""},
-         1},
-        // The first two arguments of a highlight are ignored; only the third reaches the peer.
-        {"mgcconnect_push_command",
-         {"design", "cell", "C:\\r \"2\""},
-         1,
-         {"HIGLIGHT_RFREGION", "C:\\r \"2\""},
-         0},
-        {"mgcconnect_send_push_into_message",
-         {"design", "cell", "pa"},
-         std::nullopt,
-         {"HIGLIGHT_RFREGION", "pa"},
-         0},
+        {"mgcconnect_netlist_command", {"design", "lna 1", "view", "path"}, "NETLIST_RFREGION", "lna 1", 1},
+        {"mgcconnect_netlist_command", {"design", "", "view", "path"}, "NETLIST_RFREGION", "", 1},
+        {"mgcconnect_push_command", {"design", "cell", "C:\\r \"2\""}, "HIGLIGHT_RFREGION", "C:\\r \"2\"", -1},
+        {"mgcconnect_send_push_into_message", {"design", "cell", "pa"}, "HIGLIGHT_RFREGION", "pa", -1},
     };
+    // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.command) + " " + row.property.second);
+        SCOPED_TRACE(std::string(row.command) + " " + row.region);
         RFMsgExp::Testing::clearSentMessages(test.server());
-        EXPECT_EQ(callCommand(test, row.command, row.arguments), row.result);
-        const auto messages = sent();
+        test.call(row.command, row.arguments);
+        const std::vector<RFMsgExp::Testing::SentMessage> messages = sent();
         ASSERT_EQ(messages.size(), 1u);
         const RFMsgExp::MessageContent& content = messages.front().content;
         EXPECT_EQ(content.kind, 224);
-        EXPECT_EQ(content.properties, std::vector<Property>{row.property});
+        EXPECT_EQ(content.properties,
+                  (std::vector<std::pair<std::string, std::string>>{{row.property, row.region}}));
         EXPECT_EQ(content.text, "");
         EXPECT_FALSE(content.document.has_value());
         EXPECT_EQ(messages.front().target, "");
-        // The netlist request is prepared after its property is set.
-        EXPECT_EQ(content.prepareCalls, row.prepareCalls);
-        if (row.prepareCalls) {
-            EXPECT_EQ(content.propertiesAtPrepare, 1);
-        }
+        EXPECT_EQ(content.prepareCalls, row.propertiesAtPrepare < 0 ? 0 : 1);
+        EXPECT_EQ(content.propertiesAtPrepare, row.propertiesAtPrepare);
     }
     EXPECT_TRUE(statements().empty());
 }
 
-TEST_F(RFRegionRequests, InstanceAndUpdateCommandsReturnOneAndSendNothing)
+TEST_F(RFRegionRequests, InstanceAndUpdateCommandsMakeNoMessage)
 {
-    for (const char* command : {"mgcconnect_instance_command", "mgcconnect_update_command"}) {
-        SCOPED_TRACE(command);
-        const long created = RFMsgExp::Testing::createdObjects();
-        EXPECT_EQ(callCommand(test, command, {}), 1);
-        EXPECT_EQ(RFMsgExp::Testing::createdObjects(), created) << "a message was made";
-    }
-    EXPECT_TRUE(sent().empty());
+    const long created = RFMsgExp::Testing::createdObjects();
+    EXPECT_EQ(test.call("mgcconnect_instance_command"), 1);
+    EXPECT_EQ(test.call("mgcconnect_update_command"), 1);
+    EXPECT_EQ(RFMsgExp::Testing::createdObjects(), created);
     EXPECT_TRUE(statements().empty());
 }
 

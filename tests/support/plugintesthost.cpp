@@ -1,7 +1,10 @@
 #include "plugintesthost.h"
 
 #include <atomic>
+#include <cstring>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 #include "lumo/pluginregistry.h"
 #include "plugin/pluginstate.h"
@@ -58,6 +61,17 @@ void PluginTestHost::answerPaths(std::optional<std::string> workspace,
     });
 }
 
+std::vector<std::string> PluginTestHost::statements()
+{
+    std::vector<std::string> texts;
+    for (const FakeBRIO::Statement& statement : brio.statements()) {
+        EXPECT_EQ(statement.thread, std::this_thread::get_id())
+            << "not run on the main thread: " << statement.text;
+        texts.push_back(statement.vocabulary + ": " + statement.text);
+    }
+    return texts;
+}
+
 bool PluginTestHost::runOnMessagingThread(const std::function<void()>& work)
 {
     std::atomic<bool> done{false};
@@ -72,10 +86,39 @@ bool PluginTestHost::runOnMessagingThread(const std::function<void()>& work)
     return finished;
 }
 
-std::vector<std::string> PluginTestHost::statementTexts() const
+void PluginTestHost::receive(const RFMsgExp::MessageContent& content)
 {
-    std::vector<std::string> texts;
-    for (const FakeBRIO::Statement& statement : brio.statements())
-        texts.push_back(statement.text);
-    return texts;
+    bool replied = false;
+    bool escaped = false;
+    EXPECT_TRUE(runOnMessagingThread([&] {
+        try {
+            replied =
+                static_cast<bool>(server().OnReceive(RFMsgExp::Testing::makeMessage(content)));
+        } catch (...) {
+            escaped = true;
+        }
+    })) << "OnReceive did not return";
+    EXPECT_FALSE(escaped) << "an exception left OnReceive";
+    EXPECT_FALSE(replied) << "OnReceive returned a reply";
+}
+
+std::optional<int> PluginTestHost::call(const char* name, std::vector<BRIOValue> arguments,
+                                        int refused)
+{
+    const BRIOLibraryBlock* block = brio.registeredBlock();
+    for (std::uint64_t row = 0; block && row < block->commandCount; ++row) {
+        if (std::strcmp(block->commands[row].name, name) != 0)
+            continue;
+        brio.setArguments(std::move(arguments));
+        if (refused >= 0)
+            brio.failGetArgumentAt(refused);
+        const BRIOValueHandle result = block->commands[row].function();
+        if (!result)
+            return std::nullopt;
+        const std::optional<int> value = brio.resultOf(result);
+        EXPECT_TRUE(value.has_value()) << name << " returned a value not made by return_integer";
+        return value;
+    }
+    ADD_FAILURE() << "no command " << name << " in the registered table";
+    return std::nullopt;
 }

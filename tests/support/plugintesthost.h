@@ -11,6 +11,7 @@
 #include "fakebrio.h"
 #include "fakehost.h"
 #include "fakeregistry.h"
+#include "rfmsg/messagecontent.h"
 
 class XServerLUMO;
 
@@ -31,17 +32,28 @@ public:
     void reset();
 
     // The host answers the workspace and netlists queries with these paths
-    // (nullopt: the variable stays unset). `failing` lists host function names
-    // whose statements fail.
+    // (nullopt: the variable stays unset); statements calling a function named
+    // in `failing` fail.
     void answerPaths(std::optional<std::string> workspace, std::optional<std::string> netlists,
                      std::vector<std::string> failing = {});
+
+    // Every statement the host ran, as "vocabulary: text", in order. One run
+    // off the host's main thread (the test's own) fails the test.
+    std::vector<std::string> statements();
 
     // Runs `work` on another thread while this thread performs idle requests.
     // False when it did not finish within the timeout.
     bool runOnMessagingThread(const std::function<void()>& work);
 
-    // Only the statements' texts, in order.
-    std::vector<std::string> statementTexts() const;
+    // Hands a message holding `content` to OnReceive on a messaging thread.
+    // Fails the test when OnReceive hangs, lets an exception out or replies.
+    void receive(const RFMsgExp::MessageContent& content);
+
+    // Calls the registered command `name` as the host would; get_argument
+    // refuses the argument at `refused` (0-based). The integer the command
+    // returned, or nullopt for a null result.
+    std::optional<int> call(const char* name, std::vector<BRIOValue> arguments = {},
+                            int refused = -1);
 
 private:
     PluginTestHost();

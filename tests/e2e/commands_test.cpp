@@ -5,208 +5,94 @@
 
 #include <QDateTime>
 #include <QFile>
-#include <QJsonArray>
 
 #include <memory>
 
-#include "hostsession.h"
+#include "e2e.h"
 #include "peerprocess.h"
 
 namespace {
 
-class ScriptCommands : public ::testing::Test
+TEST(ScriptCommands, EachCommandAnswersTheHostAndSendsOnlyWhatItShould)
 {
-protected:
-    void SetUp() override
-    {
-        port = host.startBridge();
-        ASSERT_GT(port, 0) << E2E::journalDump(host);
-        peer = PeerProcess::listen(port, "DXD");
-    }
-
-    // Runs one command statement and returns its record.
-    QJsonObject command(const QString& name, const QString& statement)
-    {
-        const std::size_t before = host.records(RecordMatch::command(name)).size();
-        host.run(statement);
-        const std::vector<QJsonObject> records =
-            host.waitFor(RecordMatch::command(name), static_cast<int>(before) + 1);
-        return records.size() > before ? records.back() : QJsonObject();
-    }
-
-    // The next message at the peer.
-    QJsonObject nextMessage()
-    {
-        const std::size_t wanted = peer->messages().size() + 1;
-        const std::vector<QJsonObject> messages = peer->waitForMessages(static_cast<int>(wanted));
-        return messages.size() >= wanted ? messages[wanted - 1] : QJsonObject();
-    }
-
-    // Sends a netlist request for `region` and checks that it is the next
-    // message at the peer: whatever ran before it sent nothing.
-    void expectNothingSentBefore(const QString& region)
-    {
-        command("mgcconnect_netlist_command",
-                "mgcconnect_netlist_command(\"\", \"" + region + "\", \"\", \"\");");
-        EXPECT_EQ(nextMessage().value("properties").toObject().value("NETLIST_RFREGION"), region);
-    }
-
-    QString writeFile(const QString& name, const QByteArray& content)
-    {
+    HostProcess host(E2E::hostArguments());
+    const int port = E2E::startBridge(host);
+    ASSERT_GT(port, 0) << host.dump();
+    const std::unique_ptr<PeerProcess> peer = PeerProcess::listen(port, "DXD");
+    const auto write = [&host](const QString& name, const QByteArray& content) {
         QFile file(host.path(name));
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(content);
         return file.fileName();
-    }
-
-    HostSession host;
-    int port = 0;
-    std::unique_ptr<PeerProcess> peer;
-};
-
-TEST_F(ScriptCommands, RegionRequestsReachThePeerAsUserDefinedMessagesWithOneProperty)
-{
-    struct Row
-    {
-        QString name;
-        QString arguments;
-        QJsonValue result;
-        QString property;
-        QString region;
     };
-    const std::vector<Row> rows = {
-        {"mgcconnect_netlist_command", R"("lna_top", "lna", "c", "d")", 1, "NETLIST_RFREGION",
-         "lna"},
-        {"mgcconnect_netlist_command", R"("", "", "", "")", 1, "NETLIST_RFREGION", ""},
-        // Only the third argument reaches the peer.
-        {"mgcconnect_push_command", R"("lna_top", "lna", "pa")", 1, "HIGLIGHT_RFREGION", "pa"},
-        {"mgcconnect_send_push_into_message", R"("lna_top", "lna", "coupler")", QJsonValue(),
-         "HIGLIGHT_RFREGION", "coupler"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE((row.name + "(" + row.arguments + ")").toStdString());
-        const QJsonObject record = command(row.name, row.name + "(" + row.arguments + ");");
-        EXPECT_EQ(record.value("result"), row.result);
-        const QJsonObject message = nextMessage();
-        EXPECT_EQ(message.value("kind").toInt(), 224);
-        EXPECT_EQ(message.value("kind_name").toString(), "eDoc_UserDefined");
-        EXPECT_EQ(message.value("properties").toObject(),
-                  (QJsonObject{{row.property, row.region}}));
-        EXPECT_EQ(message.value("text").toString(), "");
-    }
-}
-
-TEST_F(ScriptCommands, DesignAndLayoutGoAsOneIffMessageSchematicFirst)
-{
-    const QString schematic = writeFile("amp.sch.iff", "IFF 2.1\nCELL amp_top\nEND\n");
-    const QString layout = writeFile("amp.lay.iff", "IFF 2.1\nLAYOUT amp_top\nEND");
+    const QString schematic = write("amp.sch.iff", "IFF 2.1\nCELL amp_top\nEND\n");
+    const QString layout = write("amp.lay.iff", "IFF 2.1\nLAYOUT amp_top\nEND");
+    const QString options = host.path("iff_options.txt");
     // Each line gains a line feed, and a file ending in one gains another.
     const QString both = "IFF 2.1\nCELL amp_top\nEND\n\nIFF 2.1\nLAYOUT amp_top\nEND\n";
+    const auto sendFiles = [](const QString& first, const QString& second) {
+        return "\"" + first + "\", \"" + second + R"(", "amp_top", "lna", "C:\\designs\\amp");)";
+    };
+    const QJsonObject design{
+        {"RFDESIGN", "amp_top"}, {"RFREGION", "lna"}, {"RFDESIGNPATH", "C:\\designs\\amp"}};
+    const QString netlist = "NETLIST_RFREGION";
+    const QString push = "HIGLIGHT_RFREGION";
     struct Row
     {
-        QString name;
-        QString files;
-        QString text;
+        QString statement;
+        QJsonValue result;
         int unreleased;
+        QJsonObject properties; // of the message the peer receives; none when empty
+        QString text;
     };
+    // Those that send nothing come first: anything they sent would come
+    // before the expected messages.
     const std::vector<Row> rows = {
-        {"mgcconnect_designsend_command", "\"" + schematic + "\", \"" + layout + "\"", both, 0},
-        {"mgcconnect_designsend_command", "\"" + schematic + "\", \"none\"",
-         "IFF 2.1\nCELL amp_top\nEND\n\n", 0},
+        {"mgcconnect_instance_command();", 1, 0, {}, {}},
+        {"mgcconnect_update_command();", 1, 0, {}, {}},
+        // The option commands deliberately keep their text's value.
+        {"mgcconnect_set_IFF_project_list(\"rf_frontend;pa_lib\");", 1, 1, {}, {}},
+        {"mgcconnect_write_IFF_options_file(\"" + options + "\");", 1, 1, {}, {}},
+        {"mgcconnect_write_IFF_options_file(\"/no/such/o.txt\");", 0, 1, {}, {}},
+        {"mgcconnect_netlist_command(\"a\", \"lna\", \"c\", \"d\");", 1, 0, {{netlist, "lna"}}, {}},
+        // Only the third argument reaches the peer.
+        {"mgcconnect_push_command(\"a\", \"b\", \"pa\");", 1, 0, {{push, "pa"}}, {}},
+        {"mgcconnect_send_push_into_message(\"a\", \"b\", \"pa2\");", {}, 0, {{push, "pa2"}}, {}},
+        {"mgcconnect_designsend_command(" + sendFiles(schematic, layout), 1, 0, design, both},
         // The layout first on the command line, still the schematic first in
         // the message; the second argument's value is deliberately kept.
-        {"mgcconnect_layoutsend_command", "\"" + layout + "\", \"" + schematic + "\"", both, 1},
+        {"mgcconnect_layoutsend_command(" + sendFiles(layout, schematic), 1, 1, design, both},
     };
+    std::vector<const Row*> sending;
     for (const Row& row : rows) {
-        SCOPED_TRACE((row.name + " " + row.files).toStdString());
-        const QJsonObject record = command(
-            row.name, row.name + "(" + row.files + R"(, "amp_top", "lna", "C:\\designs\\amp");)");
-        EXPECT_EQ(record.value("result").toInt(), 1);
+        SCOPED_TRACE(row.statement.toStdString());
+        const QJsonObject record = E2E::command(host, row.statement);
+        EXPECT_EQ(record.value("result"), row.result);
         EXPECT_EQ(record.value("unreleased").toInt(), row.unreleased);
-        const QJsonObject message = nextMessage();
-        EXPECT_EQ(message.value("kind").toInt(), 222);
-        EXPECT_EQ(message.value("kind_name").toString(), "eDoc_LibIFF");
-        EXPECT_EQ(message.value("text").toString(), row.text);
-        EXPECT_EQ(message.value("properties").toObject(),
-                  (QJsonObject{{"RFDESIGN", "amp_top"},
-                               {"RFREGION", "lna"},
-                               {"RFDESIGNPATH", "C:\\designs\\amp"}}));
-        const QByteArray line = peer->messageLines().back();
-        EXPECT_LT(line.indexOf("\"RFDESIGN\""), line.indexOf("\"RFREGION\""));
-        EXPECT_LT(line.indexOf("\"RFREGION\""), line.indexOf("\"RFDESIGNPATH\""));
+        if (!row.properties.isEmpty())
+            sending.push_back(&row);
     }
-}
+    const std::vector<QJsonObject> messages =
+        peer->waitForMessages(static_cast<int>(sending.size()));
+    ASSERT_EQ(messages.size(), sending.size());
+    for (std::size_t i = 0; i < sending.size(); ++i) {
+        SCOPED_TRACE(sending[i]->statement.toStdString());
+        EXPECT_EQ(messages[i].value("kind").toInt(), sending[i]->text.isEmpty() ? 224 : 222);
+        EXPECT_EQ(messages[i].value("properties").toObject(), sending[i]->properties);
+        EXPECT_EQ(messages[i].value("text").toString(), sending[i]->text);
+    }
 
-TEST_F(ScriptCommands, LayoutSendWithAMissingFileSendsNothingAndOnlyTheSchematicIsShown)
-{
-    const QString schematic = writeFile("amp.sch.iff", "IFF 2.1\n");
-    const QString layout = writeFile("amp.lay.iff", "IFF 2.1\n");
-    const QString missing = host.path("missing.iff");
-
-    command("mgcconnect_layoutsend_command", "mgcconnect_layoutsend_command(\"" + layout +
-                                                 "\", \"" + missing + "\", \"a\", \"b\", \"c\");");
-    EXPECT_EQ(host.waitFor(RecordMatch::info("Tessel Error: ")).at(0).value("text").toString(),
-              "Tessel Error: Unable to open schematic IFF file to send to Mentor: " + missing);
-    command("mgcconnect_layoutsend_command", "mgcconnect_layoutsend_command(\"" + missing +
-                                                 "\", \"" + schematic +
-                                                 "\", \"a\", \"b\", \"c\");");
-    expectNothingSentBefore("after the layout sends");
-
-    EXPECT_EQ(host.records(RecordMatch::info("Tessel Error: ")).size(), 1u);
-    EXPECT_TRUE(host.waitForError("Unable to open IFF file " + missing + "\n", 2));
-    EXPECT_EQ(host.errors().count("Unable to open IFF file " + missing + "\n"), 2);
-}
-
-TEST_F(ScriptCommands, InstanceAndUpdateCommandsAnswerOneAndSendNothing)
-{
-    EXPECT_EQ(command("mgcconnect_instance_command", "mgcconnect_instance_command();")
-                  .value("result")
-                  .toInt(),
-              1);
-    EXPECT_EQ(command("mgcconnect_update_command", "mgcconnect_update_command();")
-                  .value("result")
-                  .toInt(),
-              1);
-    expectNothingSentBefore("after instance and update");
-}
-
-TEST_F(ScriptCommands, TimestampIsTheCurrentTimeInSeconds)
-{
-    const qint64 before = QDateTime::currentSecsSinceEpoch();
-    const QJsonObject record =
-        command("mgcconnect_get_current_timestamp", "t=mgcconnect_get_current_timestamp();");
-    const qint64 after = QDateTime::currentSecsSinceEpoch();
-    // Only the low 32 bits reach the script; until 2038 that is the whole time.
-    const qint64 stamp = record.value("result").toVariant().toLongLong();
-    EXPECT_GE(stamp, static_cast<qint32>(before));
-    EXPECT_LE(stamp, static_cast<qint32>(after));
-}
-
-TEST_F(ScriptCommands, IffProjectListReachesTheIffOptionsFile)
-{
-    EXPECT_EQ(command("mgcconnect_set_IFF_project_list",
-                      "mgcconnect_set_IFF_project_list(\"rf_frontend;pa_lib\");")
-                  .value("result")
-                  .toInt(),
-              1);
-    const QString options = host.path("iff_options.txt");
-    EXPECT_EQ(command("mgcconnect_write_IFF_options_file",
-                      "mgcconnect_write_IFF_options_file(\"" + options + "\");")
-                  .value("result")
-                  .toInt(),
-              1);
     const QStringList lines = QString::fromUtf8(E2E::readFile(options)).split('\n');
     EXPECT_EQ(lines.size(), 28); // 27 options, and after the last line feed nothing
     EXPECT_TRUE(lines.contains("ExportProjects = rf_frontend;pa_lib;"))
         << lines.join('|').toStdString();
-    EXPECT_TRUE(lines.contains("ImportShallowArcTolerance = 1.0"));
 
-    EXPECT_EQ(
-        command("mgcconnect_write_IFF_options_file",
-                "mgcconnect_write_IFF_options_file(\"" + host.path("no/such/dir/o.txt") + "\");")
-            .value("result")
-            .toInt(),
-        0);
+    // Only the low 32 bits reach the script; until 2038 that is the whole time.
+    const qint64 before = QDateTime::currentSecsSinceEpoch();
+    const QJsonObject stamp = E2E::command(host, "t=mgcconnect_get_current_timestamp();");
+    EXPECT_GE(stamp.value("result").toInt(), before);
+    EXPECT_LE(stamp.value("result").toInt(), QDateTime::currentSecsSinceEpoch());
+    EXPECT_EQ(host.finish().exitCode, 0) << host.seen().err.toStdString();
 }
 
 } // namespace

@@ -1,183 +1,147 @@
 // What the user is told when the host cannot do what the plug-in asks: no
-// workspace open, or a host function that fails (lumo-host --fail).
+// workspace open, a host function that fails (lumo-host --fail), or a script
+// that stops while the bridge runs.
 
 #include <gtest/gtest.h>
 
 #include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
+#include <QTemporaryDir>
 
-#include "hostsession.h"
-#include "messagefiles.h"
+#include "e2e.h"
 #include "peerprocess.h"
 
 namespace {
 
-const QString CreateDesign = "mgclink_create_design(\"\", \"lna_top_lna\", \"lna_top.sch\", "
-                             "\"C:/designs/rf_frontend\", \"lna\", 2, "
-                             "list(list(\"RFIN\",0,1.5,1,0),list(\"RFOUT\",412.25,1.5,2,0)), 0);";
+constexpr const char* NoProject =
+    "LUMO project must be opened before receiving Mentor design netlist";
+constexpr const char* NoWorkspace = "No workspace is open - unable to import IFF data";
 
-// The plug-in's lines of the information window and of the log, leaving out
-// the start-up line.
-QStringList infoTexts(HostSession& host)
+// The information lines, or the plug-in's log lines leaving out the start-up line.
+QStringList texts(HostProcess& host, const QString& event)
 {
-    QStringList texts;
-    for (const QJsonObject& record : host.records(RecordMatch::event("info")))
-        texts << record.value("text").toString();
-    return texts;
-}
-
-QStringList logTexts(HostSession& host)
-{
-    QStringList texts;
-    for (const QJsonObject& record : host.records(RecordMatch::log("Tessel:")))
+    QStringList found;
+    for (const QJsonObject& record :
+         host.seen().records({event, "text", event == "info" ? "" : "Tessel:"}))
         if (!record.value("text").toString().startsWith("Tessel:Server started"))
-            texts << record.value("text").toString();
-    return texts;
+            found << record.value("text").toString();
+    return found;
 }
 
 TEST(HostFailures, WithoutWorkspaceNetlistAndIffAreRefusedWithAnErrorAndEmDataIsDropped)
 {
-    HostSession host(HostSetup({}, false));
-    const int port = host.startBridge();
+    HostProcess host(E2E::hostArguments({}, false));
+    const int port = E2E::startBridge(host);
     ASSERT_GT(port, 0);
-    MessageFiles files;
     ASSERT_EQ(PeerProcess::send(port, "DXD",
-                                {files.example("em_data.json"), files.example("netlist.json"),
-                                 files.example("iff.json")}),
+                                {E2E::example("em_data.json"), E2E::example("netlist.json"),
+                                 E2E::example("iff.json")}),
               0);
-    host.waitFor(RecordMatch::log("Tessel:Error: No workspace"));
-
-    EXPECT_EQ(infoTexts(host),
-              (QStringList{"Tessel Error: LUMO project must be opened before receiving Mentor "
-                           "design netlist",
-                           "Tessel Error: No workspace is open - unable to import IFF data"}));
-    EXPECT_EQ(logTexts(host),
-              (QStringList{"Tessel:Error: LUMO project must be opened before receiving Mentor "
-                           "design netlist\n",
-                           "Tessel:Error: No workspace is open - unable to import IFF data\n"}));
-    // Nothing further was asked of the host, and nothing was written.
-    EXPECT_TRUE(
-        host.records(RecordMatch::eval("mgcIntermediate=mgclink_get_netlists_path")).empty());
-    for (const QString function : {"mgclink_create_design", "mgclink_import_iff_file",
-                                   "mgclink_import_egs_file", "mgclink_add_port_to_fathom_view"})
-        EXPECT_TRUE(host.records(RecordMatch::call(function)).empty()) << function.toStdString();
+    host.waitFor({"stderr", "text", "Tessel:Error: No workspace"});
+    const QString netlist = NoProject;
+    const QString iff = NoWorkspace;
+    EXPECT_EQ(texts(host, "info"),
+              (QStringList{"Tessel Error: " + netlist, "Tessel Error: " + iff}));
+    EXPECT_EQ(texts(host, "stderr"),
+              (QStringList{"Tessel:Error: " + netlist + "\n", "Tessel:Error: " + iff + "\n"}));
+    // Nothing but the workspace was asked of the host, and nothing was written.
+    QStringList asked;
+    for (const QJsonObject& call : host.seen().records({"call", "function", "mgclink_"}))
+        asked << call.value("function").toString();
+    asked.removeAll("mgclink_show_connected_servers");
+    EXPECT_EQ(asked.join(' ').toStdString(),
+              "mgclink_get_workspace_path mgclink_get_workspace_path "
+              "mgclink_get_workspace_path");
     EXPECT_FALSE(QFile::exists(host.path("mgcLayoutTmp.iff")));
     EXPECT_FALSE(QFile::exists(host.path("genFathom_a")));
-    EXPECT_EQ(host.finish(), 0);
+    EXPECT_EQ(host.finish().exitCode, 0);
 }
 
 TEST(HostFailures, FailingHostFunctionsAreReportedAsTheirHandlerSays)
 {
+    const RecordMatch log{"stderr", "text", "Tessel:Error: "};
+    const RecordMatch info{"info", "text", "Tessel Error: "};
+    const RecordMatch ports{"call", "function", "mgclink_add_port"};
+    const RecordMatch listed{"command", "name", "mgcconnect_show_connections"};
+    const RecordMatch failed{"eval", "text",
+                             "fprintf(stderr,\"Tessel:Execute BRIO command failed: "};
+    enum Shown { Nothing = 0, Info = 1, Log = 2, Both = 3 };
     struct Row
     {
-        QStringList failing;
-        QString example;
-        // The record that tells the handler has finished.
-        RecordMatch done;
-        QStringList infos;
-        QStringList logs;
-        // A statement the plug-in must have handed to the host, exactly.
-        QString statement;
+        QString failing;  // space-separated
+        QString example;  // empty: the connection listing is shown instead
+        RecordMatch done; // the record that tells the handler has finished
+        int count;
+        QString error;
+        int shown;
     };
     const std::vector<Row> rows = {
         // The command's own quotes are not escaped in the log statement, so
         // the host refuses it as a syntax error: the line never shows.
-        {{"mgclink_create_design"},
-         "netlist.json",
-         RecordMatch::eval("fprintf(stderr,\"Tessel:Execute BRIO command failed: "),
-         {},
-         {},
-         "fprintf(stderr,\"Tessel:Execute BRIO command failed: " + CreateDesign + "\n\");"},
-        {{"mgclink_import_iff_file"},
-         "iff.json",
-         RecordMatch::log("Tessel:Error: IFF import failed"),
-         {"Tessel Error: IFF import failed"},
-         {"Tessel:Error: IFF import failed\n"},
-         {}},
-        {{"mgclink_get_workspace_path"},
-         "netlist.json",
-         RecordMatch::log("Tessel:Error: "),
-         {"Tessel Error: LUMO project must be opened before receiving Mentor design netlist"},
-         {"Tessel:Error: LUMO project must be opened before receiving Mentor design netlist\n"},
-         {}},
-        {{"mgclink_get_workspace_path"},
-         "iff.json",
-         RecordMatch::log("Tessel:Error: "),
-         {"Tessel Error: No workspace is open - unable to import IFF data"},
-         {"Tessel:Error: No workspace is open - unable to import IFF data\n"},
-         {}},
-        // Import results are not looked at: the ports are still tried, and fail
-        // for want of an EM view, without a word.
-        {{"mgclink_import_egs_file"},
-         "em_data.json",
-         {"the fourth port",
-          [](const QJsonObject& record) {
-              return RecordMatch::call("mgclink_add_port_to_fathom_view").matches(record) &&
-                     record.value("args").toArray().at(1).toInt() == 4;
-          }},
-         {},
-         {},
-         {}},
+        {"mgclink_create_design", "netlist.json", failed, 1, {}, Nothing},
+        {"mgclink_import_iff_file", "iff.json", log, 1, "IFF import failed", Both},
+        {"mgclink_get_workspace_path", "netlist.json", log, 1, NoProject, Both},
+        {"mgclink_get_workspace_path", "iff.json", log, 1, NoWorkspace, Both},
+        // Import results are not looked at: the four ports are still tried,
+        // and fail for want of an EM view, without a word.
+        {"mgclink_import_egs_file", "em_data.json", ports, 4, {}, Nothing},
+        // The EM view is written, and stays without its ports.
+        {"mgclink_add_port_to_fathom_view", "em_data.json", ports, 4, {}, Nothing},
         // Each channel goes on without the other.
-        {{"mgclink_import_iff_file", "de_info"},
-         "iff.json",
-         RecordMatch::log("Tessel:Error: IFF import failed"),
-         {},
-         {"Tessel:Error: IFF import failed\n"},
-         {}},
-        {{"mgclink_import_iff_file", "fprintf"},
-         "iff.json",
-         RecordMatch::info("Tessel Error: IFF import failed"),
-         {"Tessel Error: IFF import failed"},
-         {},
-         {}},
+        {"mgclink_import_iff_file de_info", "iff.json", log, 1, "IFF import failed", Log},
+        {"mgclink_import_iff_file fprintf", "iff.json", info, 1, "IFF import failed", Info},
+        // The listing is the host's to show: nothing else is said.
+        {"mgclink_show_connected_servers", {}, listed, 1, {}, Nothing},
     };
-    MessageFiles files;
     for (const Row& row : rows) {
-        SCOPED_TRACE((row.failing.join(", ") + " with " + row.example).toStdString());
+        SCOPED_TRACE((row.failing + " with " + row.example).toStdString());
         QStringList arguments;
-        for (const QString& function : row.failing)
+        for (const QString& function : row.failing.split(' '))
             arguments << "--fail" << function;
-        HostSession host{HostSetup(arguments)};
-        const int port = host.startBridge();
+        HostProcess host(E2E::hostArguments(arguments));
+        const int port = E2E::startBridge(host);
         ASSERT_GT(port, 0);
-        ASSERT_EQ(PeerProcess::send(port, "DXD", {files.example(row.example)}), 0);
-        ASSERT_EQ(host.waitFor(row.done).size(), 1u);
+        if (!row.example.isEmpty()) {
+            ASSERT_EQ(PeerProcess::send(port, "DXD", {E2E::example(row.example)}), 0);
+        }
+        ASSERT_EQ(host.waitFor(row.done, row.count).size(), static_cast<std::size_t>(row.count));
         // A failing fprintf fails "Server started" too; anything after the
         // awaited record would belong to no handler of ours.
-        EXPECT_EQ(infoTexts(host), row.infos);
-        EXPECT_EQ(logTexts(host), row.logs);
-        if (!row.statement.isEmpty()) {
-            const std::vector<QJsonObject> evals = host.records(row.done);
-            ASSERT_EQ(evals.size(), 1u);
-            EXPECT_EQ(evals[0].value("text").toString(), row.statement);
-            EXPECT_EQ(evals[0].value("vocabulary").toString(), "CmdOp");
-        }
-        for (const QString& function : row.failing)
-            for (const QJsonObject& call : host.records(RecordMatch::call(function)))
+        EXPECT_EQ(texts(host, "info"),
+                  row.shown & Info ? QStringList{"Tessel Error: " + row.error} : QStringList{});
+        EXPECT_EQ(texts(host, "stderr"), row.shown & Log
+                                             ? QStringList{"Tessel:Error: " + row.error + "\n"}
+                                             : QStringList{});
+        for (const QString& function : row.failing.split(' '))
+            for (const QJsonObject& call : host.seen().records({"call", "function", function}))
                 EXPECT_FALSE(call.value("ok").toBool());
+        if (row.failing == "mgclink_add_port_to_fathom_view") {
+            const QJsonObject view = E2E::readJson(host.path("workspace") +
+                                                   "/libraries/rflib/coupler_top_coupler.emview");
+            EXPECT_EQ(view.value("region").toString(), "coupler");
+            EXPECT_TRUE(view.value("ports").toArray().isEmpty());
+        }
         // The host and the link go on: the statement that failed does not end it.
-        EXPECT_EQ(host.finish(), 0) << host.errors().toStdString();
+        EXPECT_EQ(host.finish().exitCode, 0) << host.seen().err.toStdString();
     }
 }
 
-TEST(HostFailures, EmViewWithoutItsPortsWhenTheHostRefusesThem)
+TEST(HostFailures, ScriptStoppingWhileTheBridgeRunsEndsTheHostAtOnce)
 {
-    HostSession host(HostSetup({"--fail", "mgclink_add_port_to_fathom_view"}));
-    const int port = host.startBridge();
-    ASSERT_GT(port, 0);
-    MessageFiles files;
-    ASSERT_EQ(PeerProcess::send(port, "BSXE", {files.example("em_data.json")}), 0);
-    ASSERT_EQ(host.waitFor(RecordMatch::call("mgclink_add_port_to_fathom_view"), 4).size(), 4u);
-    EXPECT_TRUE(infoTexts(host).isEmpty());
-    EXPECT_TRUE(logTexts(host).isEmpty());
-    const QJsonObject view =
-        QJsonDocument::fromJson(
-            E2E::readFile(host.workspace() + "/libraries/rflib/coupler_top_coupler.emview"))
-            .object();
-    EXPECT_EQ(view.value("region").toString(), "coupler");
-    EXPECT_TRUE(view.value("ports").toArray().isEmpty());
+    QTemporaryDir dir;
+    const QString script = dir.filePath("import.brio");
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("mgcconnect_initialize(0, 0);\n"
+               "mgclink_import_iff_file(\"nolib\", \"missing.iff\", \"TRUE\");\n"
+               "mgcconnect_show_connections();\n");
+    file.close();
+    HostProcess host(E2E::hostArguments({script}));
+    EXPECT_EQ(host.finish().exitCode, 1);
+    EXPECT_TRUE(host.seen().err.contains(script + ":2: error: mgclink_import_iff_file: "))
+        << host.seen().err.toStdString();
+    EXPECT_EQ(host.seen().records({"stderr", "text", "Tessel:Server started"}).size(), 1u);
+    EXPECT_TRUE(host.seen().records({"command", "name", "mgcconnect_show_connections"}).empty());
 }
 
 } // namespace

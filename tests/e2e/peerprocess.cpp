@@ -5,12 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "hostsession.h"
+#include "e2e.h"
 
 namespace {
 
+constexpr int TimeLimitMs = 20000;
 constexpr int PollMs = 10;
 
 } // namespace
@@ -20,98 +19,78 @@ PeerProcess::PeerProcess(int port, const QString& app, const QStringList& argume
     m_process.setProgram(E2E::peerPath());
     m_process.setArguments(QStringList{"--port", QString::number(port), "--app", app} + arguments);
     m_process.start();
-    EXPECT_TRUE(m_process.waitForStarted(30000)) << m_process.errorString().toStdString();
+    EXPECT_TRUE(m_process.waitForStarted(TimeLimitMs)) << m_process.errorString().toStdString();
 }
 
 PeerProcess::~PeerProcess()
 {
     if (m_process.state() != QProcess::NotRunning) {
         m_process.kill();
-        m_process.waitForFinished(30000);
+        m_process.waitForFinished(TimeLimitMs);
     }
 }
 
-int PeerProcess::send(int port, const QString& app, const QStringList& descriptions,
-                      QString* errors)
+int PeerProcess::send(int port, const QString& app, const QStringList& descriptions)
 {
     PeerProcess peer(port, app, QStringList{"send"} + descriptions);
     const int status = peer.finish();
-    if (errors)
-        *errors = peer.errors();
     EXPECT_EQ(status, 0) << "mgc-peer send failed: " << peer.errors().toStdString();
     return status;
 }
 
-std::unique_ptr<PeerProcess> PeerProcess::listen(int port, const QString& app,
-                                                 const QStringList& arguments)
+std::unique_ptr<PeerProcess> PeerProcess::listen(int port, const QString& app)
 {
-    auto peer = std::make_unique<PeerProcess>(port, app, QStringList{"listen"} + arguments);
-    EXPECT_GT(peer->waitConnected(), 0)
+    auto peer = std::make_unique<PeerProcess>(port, app, QStringList{"listen"});
+    EXPECT_TRUE(peer->readUntil([&] { return peer->m_number > 0; }))
         << "mgc-peer listen did not connect: " << peer->errors().toStdString();
     return peer;
 }
 
-void PeerProcess::readLines()
+template <typename Done> bool PeerProcess::readUntil(Done done)
 {
-    m_errors += QString::fromUtf8(m_process.readAllStandardError());
-    m_partialLine += m_process.readAllStandardOutput();
-    int end = 0;
-    while ((end = m_partialLine.indexOf('\n')) >= 0) {
-        const QByteArray line = m_partialLine.left(end);
-        m_partialLine.remove(0, end + 1);
-        const QJsonObject record = QJsonDocument::fromJson(line).object();
-        EXPECT_FALSE(record.isEmpty()) << "mgc-peer printed no JSON object: " << line.constData();
-        if (record.value("event") == "connected")
-            m_number = record.value("number").toInt();
-        else if (record.value("event") == "message") {
-            m_messages.push_back(record);
-            m_messageLines.push_back(line);
+    QDeadlineTimer deadline(TimeLimitMs);
+    for (;;) {
+        m_errors += QString::fromUtf8(m_process.readAllStandardError());
+        m_partialLine += m_process.readAllStandardOutput();
+        for (int end; (end = m_partialLine.indexOf('\n')) >= 0; m_partialLine.remove(0, end + 1)) {
+            const QJsonObject record = QJsonDocument::fromJson(m_partialLine.left(end)).object();
+            EXPECT_FALSE(record.isEmpty()) << "mgc-peer printed no JSON object";
+            if (record.value("event") == "connected")
+                m_number = record.value("number").toInt();
+            else if (record.value("event") == "message")
+                m_messages.push_back(record);
         }
-    }
-}
-
-int PeerProcess::waitConnected(int timeoutMs)
-{
-    QDeadlineTimer deadline(timeoutMs);
-    for (readLines(); m_number == 0; readLines()) {
+        if (done())
+            return true;
         if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning)
-            return 0;
+            return false;
         m_process.waitForReadyRead(PollMs);
     }
-    return m_number;
 }
 
-std::vector<QJsonObject> PeerProcess::waitForMessages(int count, int timeoutMs)
+std::vector<QJsonObject> PeerProcess::waitForMessages(int count)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    for (readLines(); static_cast<int>(m_messages.size()) < count; readLines()) {
-        if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning) {
-            ADD_FAILURE() << "waited for " << count << " messages at the peer, got "
-                          << m_messages.size() << "; its errors: " << m_errors.toStdString();
-            break;
-        }
-        m_process.waitForReadyRead(PollMs);
-    }
+    EXPECT_TRUE(readUntil([&] { return static_cast<int>(m_messages.size()) >= count; }))
+        << "waited for " << count << " messages at the peer, got " << m_messages.size()
+        << "; its errors: " << m_errors.toStdString();
     return m_messages;
 }
 
-int PeerProcess::finish(int timeoutMs)
+int PeerProcess::finish()
 {
     m_process.closeWriteChannel();
-    const bool ended = m_process.waitForFinished(timeoutMs);
-    EXPECT_TRUE(ended) << "mgc-peer did not end within " << timeoutMs << " ms";
+    const bool ended = m_process.waitForFinished(TimeLimitMs);
+    EXPECT_TRUE(ended) << "mgc-peer did not end";
     if (!ended) {
         m_process.kill();
-        m_process.waitForFinished(30000);
+        m_process.waitForFinished(TimeLimitMs);
     }
-    readLines();
-    if (!ended || m_process.exitStatus() != QProcess::NormalExit)
-        return -1;
-    return m_process.exitCode();
+    readUntil([] { return true; });
+    return ended && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
 }
 
 QString PeerProcess::errors()
 {
-    readLines();
+    readUntil([] { return true; });
     return m_errors;
 }

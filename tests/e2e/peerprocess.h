@@ -21,30 +21,23 @@ public:
 
     // Sends the described messages and waits until the bridge has read them;
     // the exit status (0 on success), or -1 after a crash or the time limit.
-    static int send(int port, const QString& app, const QStringList& descriptions,
-                    QString* errors = nullptr);
+    static int send(int port, const QString& app, const QStringList& descriptions);
     // Starts a listener and waits until the bridge has accepted it.
-    static std::unique_ptr<PeerProcess> listen(int port, const QString& app,
-                                               const QStringList& arguments = {});
+    static std::unique_ptr<PeerProcess> listen(int port, const QString& app);
 
-    // The number the bridge gave this listener, 0 when it did not connect in time.
-    int waitConnected(int timeoutMs = 20000);
     // Waits until `count` messages have arrived; returns all received so far.
-    std::vector<QJsonObject> waitForMessages(int count, int timeoutMs = 20000);
-    const std::vector<QJsonObject>& messages() const { return m_messages; }
-    // The lines of the messages as printed (JSON objects keep no key order).
-    const std::vector<QByteArray>& messageLines() const { return m_messageLines; }
+    std::vector<QJsonObject> waitForMessages(int count);
     // Waits for the end; the exit status, or -1 after a crash or the time limit.
-    int finish(int timeoutMs = 20000);
+    int finish();
     QString errors();
 
 private:
-    void readLines();
+    // Reads what arrived; true once `done` holds, false after the time limit.
+    template <typename Done> bool readUntil(Done done);
 
     QProcess m_process;
     QByteArray m_partialLine;
     QString m_errors;
     int m_number = 0;
     std::vector<QJsonObject> m_messages;
-    std::vector<QByteArray> m_messageLines;
 };

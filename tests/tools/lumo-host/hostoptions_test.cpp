@@ -7,61 +7,6 @@
 
 namespace {
 
-using Kind = HostOptions::Source::Kind;
-
-HostOptions parsed(const std::vector<std::string>& arguments)
-{
-    HostOptions options;
-    std::string error;
-    EXPECT_TRUE(HostOptions::parse(arguments, options, &error)) << error;
-    return options;
-}
-
-TEST(HostOptions, DefaultsReadStandardInputWithVersion1500)
-{
-    const HostOptions options = parsed({});
-    EXPECT_EQ(options.brioVersion, 1500);
-    EXPECT_FALSE(options.noBrio);
-    EXPECT_FALSE(options.serve);
-    EXPECT_TRUE(options.plugin.empty());
-    ASSERT_EQ(options.sources.size(), 1u);
-    EXPECT_EQ(options.sources[0].kind, Kind::StandardInput);
-}
-
-TEST(HostOptions, KeepsScriptsExpressionsAndStandardInputInTheirOrder)
-{
-    const HostOptions options =
-        parsed({"a.brio", "-e", "x=1;", "-", "--serve", "-e", "y();", "b.brio"});
-    ASSERT_EQ(options.sources.size(), 5u);
-    EXPECT_EQ(options.sources[0].kind, Kind::File);
-    EXPECT_EQ(options.sources[0].name, "a.brio");
-    EXPECT_EQ(options.sources[1].kind, Kind::Expression);
-    EXPECT_EQ(options.sources[1].text, "x=1;");
-    EXPECT_EQ(options.sources[1].name, "-e 1");
-    EXPECT_EQ(options.sources[2].kind, Kind::StandardInput);
-    EXPECT_EQ(options.sources[3].name, "-e 2");
-    EXPECT_EQ(options.sources[4].text, "b.brio");
-    EXPECT_TRUE(options.serve);
-}
-
-TEST(HostOptions, RepeatableOptionsAccumulateAndValuesMayFollowAnEqualsSign)
-{
-    const HostOptions options =
-        parsed({"--library", "rflib", "--library=scratch", "--fail", "de_info",
-                "--fail=mgclink_import_iff_file", "--brio-version=2000", "--no-brio", "--workspace",
-                "/tmp/ws", "--journal=j.jsonl", "--serve", "--until", "de_info:3", "--timeout",
-                "2.5", "-e", "f();"});
-    EXPECT_EQ(options.libraries, (std::vector<std::string>{"rflib", "scratch"}));
-    EXPECT_EQ(options.failing, (std::set<std::string>{"de_info", "mgclink_import_iff_file"}));
-    EXPECT_EQ(options.brioVersion, 2000);
-    EXPECT_TRUE(options.noBrio);
-    EXPECT_EQ(options.workspace, "/tmp/ws");
-    EXPECT_EQ(options.journal, "j.jsonl");
-    EXPECT_EQ(options.untilFunction, "de_info");
-    EXPECT_EQ(options.untilCount, 3);
-    EXPECT_DOUBLE_EQ(options.timeoutSeconds, 2.5);
-}
-
 TEST(HostOptions, RefusesBadCommandLinesWithTheReason)
 {
     struct Case

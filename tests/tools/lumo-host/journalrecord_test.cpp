@@ -4,44 +4,8 @@
 #include <vector>
 
 #include "journalrecord.h"
-#include "lumo/brioscript.h"
 
 namespace {
-
-TEST(JournalRecord, KeepsFieldsInTheOrderAdded)
-{
-    JournalRecord record("command");
-    record.add("name", "mgcconnect_initialize")
-        .add("args", std::vector<BRIOValue>{BRIOValue(0), BRIOValue(0)})
-        .add("result", BRIOValue(1))
-        .add("unreleased", 0);
-    EXPECT_EQ(record.text(), "{\"event\":\"command\",\"name\":\"mgcconnect_initialize\","
-                             "\"args\":[0,0],\"result\":1,\"unreleased\":0}");
-}
-
-TEST(JournalRecord, WritesScriptValuesAsJson)
-{
-    struct Case
-    {
-        const char* name;
-        BRIOValue value;
-        std::string json;
-    };
-    const std::vector<Case> cases = {
-        {"null", BRIOValue(), "null"},
-        {"negative integer", BRIOValue(-7), "-7"},
-        {"real", BRIOValue(1.5), "1.5"},
-        {"whole real", BRIOValue(90.0), "90"},
-        {"nested list",
-         BRIOValue::list({BRIOValue("P1"), BRIOValue::list({BRIOValue(), BRIOValue(2)})}),
-         "[\"P1\",[null,2]]"},
-        {"empty list", BRIOValue::list({}), "[]"},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(JournalRecord::json(row.value), row.json);
-    }
-}
 
 TEST(JournalRecord, QuotesEveryByteSafely)
 {

@@ -28,79 +28,30 @@ public:
     std::vector<std::string> calls;
 };
 
-class ScriptEngineTest : public ::testing::Test
+TEST(ScriptEngine, VariablesLiveInTheirVocabularyAndCallsStopAtTheFirstFailure)
 {
-protected:
-    void SetUp() override { engine.setFunctions(&functions); }
     RecordingFunctions functions;
     ScriptEngine engine;
-};
-
-TEST_F(ScriptEngineTest, VariablesLiveInTheVocabularyThatSetThem)
-{
-    ASSERT_TRUE(engine.evaluate("Tessel_Voc", "mgcIntermediate=answer();").ok);
-    EXPECT_EQ(engine.variable("Tessel_Voc", "mgcIntermediate"), BRIOValue(42));
-    EXPECT_FALSE(engine.variable("CmdOp", "mgcIntermediate").has_value());
-
-    const ScriptEngine::Outcome elsewhere = engine.evaluate("CmdOp", "echo(mgcIntermediate);");
-    EXPECT_FALSE(elsewhere.ok);
-    EXPECT_NE(elsewhere.reason.find("unknown variable mgcIntermediate"), std::string::npos);
-}
-
-TEST_F(ScriptEngineTest, StopsAtTheFirstFailingStatement)
-{
-    const ScriptEngine::Outcome outcome = engine.evaluate("V", "answer(); fails(); answer();");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.reason, "fails: refused");
-    EXPECT_EQ(functions.calls, (std::vector<std::string>{"answer", "fails"}));
-}
-
-TEST_F(ScriptEngineTest, UnknownFunctionFailsBeforeItsArgumentsAreEvaluated)
-{
-    const ScriptEngine::Outcome outcome = engine.evaluate("V", "nope(answer());");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_EQ(outcome.reason, "unknown function nope");
-    EXPECT_TRUE(functions.calls.empty());
-}
-
-TEST_F(ScriptEngineTest, TextThatDoesNotParseRunsNothing)
-{
-    const ScriptEngine::Outcome outcome = engine.evaluate("V", "answer(); answer(");
-    EXPECT_FALSE(outcome.ok);
-    EXPECT_NE(outcome.reason.find("syntax error at line 1"), std::string::npos);
-    EXPECT_TRUE(functions.calls.empty());
-}
-
-TEST_F(ScriptEngineTest, EmptyTextIsAFailure)
-{
-    EXPECT_FALSE(engine.evaluate("V", "").ok);
-}
-
-TEST_F(ScriptEngineTest, ArgumentsArriveEvaluatedAndListsSkipTheEmptyFirstElement)
-{
-    ASSERT_TRUE(engine.evaluate("V", "x=\"a\"; y=echo(x, list(,1, list()), NULL, 2.5);").ok);
-    const BRIOValue expected =
-        BRIOValue::list({BRIOValue("a"), BRIOValue::list({BRIOValue(1), BRIOValue::list({})}),
-                         BRIOValue(), BRIOValue(2.5)});
-    EXPECT_EQ(engine.variable("V", "y"), expected);
-}
-
-TEST_F(ScriptEngineTest, ConstantsAreSeenByStatementsButAreNoVariables)
-{
+    engine.setFunctions(&functions);
     engine.setConstant("stderr", BRIOValue(2));
-    ASSERT_TRUE(engine.evaluate("V", "z=echo(stderr);").ok);
-    EXPECT_EQ(engine.variable("V", "z"), BRIOValue::list({BRIOValue(2)}));
+    ASSERT_TRUE(
+        engine.evaluate("V", "x=\"a\"; y=echo(x, list(,1, list()), NULL, 2.5, stderr);").ok);
+    EXPECT_EQ(engine.variable("V", "y"),
+              BRIOValue::list({BRIOValue("a"), BRIOValue::list({BRIOValue(1), BRIOValue::list({})}),
+                               BRIOValue(), BRIOValue(2.5), BRIOValue(2)}));
+    EXPECT_FALSE(engine.variable("W", "x").has_value());
     EXPECT_FALSE(engine.variable("V", "stderr").has_value());
-    // A variable of that name wins in its own vocabulary.
+    EXPECT_NE(engine.evaluate("W", "echo(x);").reason.find("unknown variable x"),
+              std::string::npos);
+    // A variable of a constant's name wins in its own vocabulary.
     ASSERT_TRUE(engine.evaluate("V", "stderr=\"mine\"; z=echo(stderr);").ok);
     EXPECT_EQ(engine.variable("V", "z"), BRIOValue::list({BRIOValue("mine")}));
-}
-
-TEST_F(ScriptEngineTest, WithoutFunctionsEveryCallIsUnknown)
-{
-    ScriptEngine bare;
-    EXPECT_EQ(bare.evaluate("V", "answer();").reason, "unknown function answer");
-    EXPECT_TRUE(bare.evaluate("V", "x=1;").ok);
+    // An unknown function fails before its arguments are evaluated, and a
+    // failing statement ends the text.
+    functions.calls.clear();
+    EXPECT_EQ(engine.evaluate("V", "nope(answer());").reason, "unknown function nope");
+    EXPECT_EQ(engine.evaluate("V", "answer(); fails(); answer();").reason, "fails: refused");
+    EXPECT_EQ(functions.calls, (std::vector<std::string>{"answer", "fails"}));
 }
 
 } // namespace

@@ -51,6 +51,27 @@ QString optionCommandText(BRIOInterface& brio)
     return QString::fromUtf8(text.c_str());
 }
 
+// The two IFF send commands: five strings to a server send operation, whose
+// outcome the script is not told.
+using IffSend = bool (XServerLUMO::*)(const char*, const char*, const char*, const char*,
+                                      const char*);
+BRIOValueHandle iffSendCommand(IffSend send, bool keepSecondValue)
+{
+    return guarded([&](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
+        if (!allStrings(brio, 5))
+            return nullptr;
+        BRIOValueHandle handles[5] = {};
+        const char* texts[5] = {};
+        for (int index = 0; index < 5; ++index)
+            texts[index] = fetchString(brio, index, handles[index]);
+        (server.*send)(texts[0], texts[1], texts[2], texts[3], texts[4]);
+        for (int index = 0; index < 5; ++index)
+            if (!(keepSecondValue && index == 1))
+                release(brio, handles[index]);
+        return brio.return_integer(1);
+    });
+}
+
 } // namespace
 
 BRIOValueHandle mgcconnect_get_current_timestamp()
@@ -161,35 +182,13 @@ BRIOValueHandle mgcconnect_push_command()
 
 BRIOValueHandle mgcconnect_layoutsend_command()
 {
-    return guarded([](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
-        if (!allStrings(brio, 5))
-            return nullptr;
-        BRIOValueHandle handles[5] = {};
-        const char* texts[5] = {};
-        for (int index = 0; index < 5; ++index)
-            texts[index] = fetchString(brio, index, handles[index]);
-        server.SendLayoutIff(texts[0], texts[1], texts[2], texts[3], texts[4]);
-        // The second argument's value is deliberately left unreleased.
-        for (int index : {0, 2, 3, 4})
-            release(brio, handles[index]);
-        return brio.return_integer(1);
-    });
+    // The second argument's value is deliberately left unreleased.
+    return iffSendCommand(&XServerLUMO::SendLayoutIff, true);
 }
 
 BRIOValueHandle mgcconnect_designsend_command()
 {
-    return guarded([](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
-        if (!allStrings(brio, 5))
-            return nullptr;
-        BRIOValueHandle handles[5] = {};
-        const char* texts[5] = {};
-        for (int index = 0; index < 5; ++index)
-            texts[index] = fetchString(brio, index, handles[index]);
-        server.SendDesignIff(texts[0], texts[1], texts[2], texts[3], texts[4]);
-        for (BRIOValueHandle handle : handles)
-            release(brio, handle);
-        return brio.return_integer(1);
-    });
+    return iffSendCommand(&XServerLUMO::SendDesignIff, false);
 }
 
 BRIOValueHandle mgcconnect_is_connected_to_schematic()

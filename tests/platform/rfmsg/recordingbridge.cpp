@@ -6,8 +6,6 @@
 #include <QCborMap>
 #include <QCborValue>
 
-#include "rfmsg/testing.h"
-
 using namespace RFMsgExp;
 
 RecordingBridge::~RecordingBridge()
@@ -16,30 +14,20 @@ RecordingBridge::~RecordingBridge()
     Testing::stopDelivery(*this);
 }
 
-int RecordingBridge::start(const Testing::TransportLimits& limits)
+int RecordingBridge::start(const Testing::TransportLimits& limits, Handler handler)
 {
+    // No delivery may be reading the handler while it changes.
+    Testing::stopDelivery(*this);
+    m_handler = std::move(handler);
     Testing::setTransportLimits(*this, limits);
     int port = 0;
     Init(port, 0);
     return port;
 }
 
-void RecordingBridge::setHandler(Handler handler)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_handler = std::move(handler);
-}
-
 msg_auto_ptr<IRFMessage> RecordingBridge::OnReceive(msg_auto_ptr<IRFMessage> message)
 {
-    Handler handler;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        handler = m_handler;
-    }
-    msg_auto_ptr<IRFMessage> reply;
-    if (handler)
-        reply = handler(*message);
+    msg_auto_ptr<IRFMessage> reply = m_handler ? m_handler(*message) : msg_auto_ptr<IRFMessage>();
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_messages.push_back(Testing::contentOf(*message));
@@ -57,18 +45,20 @@ void RecordingBridge::OnError(const IXException& error)
     m_changed.notify_all();
 }
 
-bool RecordingBridge::waitForMessages(std::size_t count, int timeoutMs)
+bool RecordingBridge::waitFor(const std::function<bool()>& condition, int timeoutMs)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [&] { return m_messages.size() >= count; });
+    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), condition);
+}
+
+bool RecordingBridge::waitForMessages(std::size_t count, int timeoutMs)
+{
+    return waitFor([&] { return m_messages.size() >= count; }, timeoutMs);
 }
 
 bool RecordingBridge::waitForErrors(std::size_t count, int timeoutMs)
 {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                              [&] { return m_errors.size() >= count; });
+    return waitFor([&] { return m_errors.size() >= count; }, timeoutMs);
 }
 
 std::vector<MessageContent> RecordingBridge::messages()
@@ -83,13 +73,13 @@ std::vector<std::string> RecordingBridge::errors()
     return m_errors;
 }
 
-std::vector<Testing::Peer> RecordingBridge::connected()
+Peers RecordingBridge::connected()
 {
-    std::vector<Testing::Peer> peers;
+    Peers peers;
     msg_auto_ptr<IXSetUsers> users = GetConnected();
     for (int index = 0; index < users->Count(); ++index) {
         msg_auto_ptr<IXUser> user = users->GetItem(index);
-        peers.push_back({user->GetAppName().str(), user->GetNumber()});
+        peers.emplace_back(user->GetAppName().str(), user->GetNumber());
     }
     return peers;
 }
@@ -112,6 +102,18 @@ bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
     return true;
 }
 
+std::string errorOf(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (IXException* error) {
+        std::string text = error->GetInfo().str();
+        error->Destroy();
+        return text;
+    }
+    return {};
+}
+
 std::string frame(unsigned char type, const std::string& payload)
 {
     std::string bytes = {'R', 'F', 1, static_cast<char>(type)};
@@ -123,9 +125,8 @@ std::string frame(unsigned char type, const std::string& payload)
 
 std::string helloPayload(const std::string& app, int protocol)
 {
-    QCborMap hello;
-    hello.insert(QStringLiteral("app"), QString::fromStdString(app));
-    hello.insert(QStringLiteral("protocol"), protocol);
+    const QCborMap hello{{QStringLiteral("app"), QString::fromStdString(app)},
+                         {QStringLiteral("protocol"), protocol}};
     return hello.toCborValue().toCbor().toStdString();
 }
 
@@ -136,17 +137,12 @@ MessageContent sampleMessage(int kind, const std::string& text, bool withDocumen
     content.text = text;
     content.properties = {{"RFDESIGN", "amp_top"}};
     if (withDocument) {
-        DocumentContent document;
-        document.label = "amp_top";
-        document.name = "amp_top.sch";
-        document.path = "C:\\designs\\amp";
-        RegionContent region;
-        region.name = "lna";
-        region.netlist = "( P1 P2 )";
-        region.ports = {{"P1", 1, 0, "P1", "input", 50.0, 0.0, 1.5}};
-        document.regions.push_back(region);
-        document.portTypes = {{0, 0, "internal"}, {1, 1, "external"}};
-        content.document = document;
+        RegionContent region{"lna", "( P1 P2 )", "", {{"P1", 1, 0, "P1", "input", 50.0, 0.0, 1.5}}};
+        content.document = DocumentContent{"amp_top",
+                                           "amp_top.sch",
+                                           "C:\\designs\\amp",
+                                           {region},
+                                           {{0, 0, "internal"}, {1, 1, "external"}}};
     }
     return content;
 }

@@ -6,11 +6,15 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "rfmsg/messagecontent.h"
 #include "rfmsg/testing.h"
 #include "rfmsg/xbridge.h"
+
+// Application name and number of each listed peer, in the list's order.
+using Peers = std::vector<std::pair<std::string, int>>;
 
 class RecordingBridge : public RFMsgExp::XBridge
 {
@@ -20,12 +24,10 @@ public:
     using Handler =
         std::function<RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage>(RFMsgExp::IRFMessage& message)>;
 
-    RecordingBridge() = default;
     ~RecordingBridge() override;
 
     // Init on a free loopback port; the port.
-    int start(const RFMsgExp::Testing::TransportLimits& limits = {});
-    void setHandler(Handler handler);
+    int start(const RFMsgExp::Testing::TransportLimits& limits = {}, Handler handler = {});
 
     RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage>
     OnReceive(RFMsgExp::msg_auto_ptr<RFMsgExp::IRFMessage> message) override;
@@ -37,10 +39,12 @@ public:
     std::vector<std::string> errors();
 
     // GetConnected() read through the library's user set, every object released.
-    std::vector<RFMsgExp::Testing::Peer> connected();
+    Peers connected();
     bool waitForPeerCount(std::size_t count, int timeoutMs = 10000);
 
 private:
+    bool waitFor(const std::function<bool()>& condition, int timeoutMs);
+
     std::mutex m_mutex;
     std::condition_variable m_changed;
     Handler m_handler;
@@ -51,8 +55,10 @@ private:
 namespace BridgeTestSupport {
 
 // Polls `condition` until it holds or `timeoutMs` passed; for states that
-// raise no event of their own (the peer list).
+// raise no event of their own (the peer list, transport counters).
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 10000);
+// The text of the IXException that `action` throws (released); empty when none.
+std::string errorOf(const std::function<void()>& action);
 
 // A frame as bytes: header and payload, with the payload's true length.
 std::string frame(unsigned char type, const std::string& payload);

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <QCborArray>
 #include <QCborMap>
-#include <QCborStreamWriter>
 #include <QCborValue>
 
 #include "recordingbridge.h"
@@ -14,8 +14,31 @@
 #include "rfmsg/wirecodec.h"
 
 using namespace RFMsgExp;
+using BridgeTestSupport::sampleMessage;
 
 namespace {
+
+// Every field of a message in one text, so that two messages compare at once.
+std::string dump(const MessageContent& message)
+{
+    std::ostringstream out;
+    out << std::hexfloat << message.kind << '|' << message.text << '|';
+    for (const auto& [name, value] : message.properties)
+        out << name << '=' << value << ';';
+    if (const std::optional<DocumentContent>& document = message.document) {
+        out << "document " << document->label << '|' << document->name << '|' << document->path;
+        for (const RegionContent& region : document->regions) {
+            out << "\nregion " << region.name << '|' << region.netlist << '|' << region.egs;
+            for (const PortContent& port : region.ports)
+                out << "\nport " << port.name << '|' << port.enabled << '|' << port.type << '|'
+                    << port.label << '|' << port.note << '|' << port.value << '|' << port.x << '|'
+                    << port.y;
+        }
+        for (const PortTypeContent& type : document->portTypes)
+            out << "\ntype " << type.id << '|' << type.flag << '|' << type.name;
+    }
+    return out.str();
+}
 
 // Encodes `content` into a frame, cuts it out again and decodes it.
 MessageContent throughTheWire(const MessageContent& content)
@@ -24,49 +47,8 @@ MessageContent throughTheWire(const MessageContent& content)
     Wire::FrameReader reader;
     reader.append(bytes.data(), bytes.size());
     EXPECT_EQ(reader.poll(), Wire::FrameReader::Status::Ready);
-    const Wire::FrameReader::Frame frame = reader.front();
-    EXPECT_EQ(frame.type, Wire::FrameType::Message);
-    return Wire::decodeMessage(frame.payload, frame.size);
-}
-
-void expectSameContent(const MessageContent& actual, const MessageContent& expected)
-{
-    EXPECT_EQ(actual.kind, expected.kind);
-    EXPECT_EQ(actual.properties, expected.properties);
-    EXPECT_EQ(actual.text, expected.text);
-    ASSERT_EQ(actual.document.has_value(), expected.document.has_value());
-    if (!expected.document)
-        return;
-    const DocumentContent& a = *actual.document;
-    const DocumentContent& e = *expected.document;
-    EXPECT_EQ(a.label, e.label);
-    EXPECT_EQ(a.name, e.name);
-    EXPECT_EQ(a.path, e.path);
-    ASSERT_EQ(a.regions.size(), e.regions.size());
-    for (std::size_t r = 0; r < e.regions.size(); ++r) {
-        EXPECT_EQ(a.regions[r].name, e.regions[r].name);
-        EXPECT_EQ(a.regions[r].netlist, e.regions[r].netlist);
-        EXPECT_EQ(a.regions[r].egs, e.regions[r].egs);
-        ASSERT_EQ(a.regions[r].ports.size(), e.regions[r].ports.size());
-        for (std::size_t p = 0; p < e.regions[r].ports.size(); ++p) {
-            const PortContent& ap = a.regions[r].ports[p];
-            const PortContent& ep = e.regions[r].ports[p];
-            EXPECT_EQ(ap.name, ep.name);
-            EXPECT_EQ(ap.enabled, ep.enabled);
-            EXPECT_EQ(ap.type, ep.type);
-            EXPECT_EQ(ap.label, ep.label);
-            EXPECT_EQ(ap.note, ep.note);
-            EXPECT_EQ(ap.value, ep.value);
-            EXPECT_EQ(ap.x, ep.x);
-            EXPECT_EQ(ap.y, ep.y);
-        }
-    }
-    ASSERT_EQ(a.portTypes.size(), e.portTypes.size());
-    for (std::size_t t = 0; t < e.portTypes.size(); ++t) {
-        EXPECT_EQ(a.portTypes[t].id, e.portTypes[t].id);
-        EXPECT_EQ(a.portTypes[t].flag, e.portTypes[t].flag);
-        EXPECT_EQ(a.portTypes[t].name, e.portTypes[t].name);
-    }
+    EXPECT_EQ(reader.front().type, Wire::FrameType::Message);
+    return Wire::decodeMessage(reader.front().payload, reader.front().size);
 }
 
 std::string cbor(QCborValue value)
@@ -78,33 +60,24 @@ std::string cbor(QCborValue value)
 
 TEST(WireCodec, MessagesSurviveTheWire)
 {
-    struct Row
-    {
-        const char* name;
-        MessageContent content;
-    };
-    MessageContent empty;
-    MessageContent extremes = BridgeTestSupport::sampleMessage(INT_MIN, "");
-    MessageContent largest = BridgeTestSupport::sampleMessage(INT_MAX, std::string(100000, 'L'));
-    MessageContent binary =
-        BridgeTestSupport::sampleMessage(222, std::string("\xff\xfe\0 caf\xe9\n", 10));
+    MessageContent binary = sampleMessage(222, std::string("\xff\xfe\0 caf\xe9\n", 10));
     binary.properties = {{"B", "2"}, {"A", "1"}, {"", ""}, {"RFDESIGNPATH", "C:\\a b\\c"}};
-    MessageContent withDocument = BridgeTestSupport::sampleMessage(213, "body", true);
+    MessageContent withDocument = sampleMessage(213, "body", true);
     withDocument.document->regions.push_back({"pa", "( a b c )", std::string(5000, 'E'), {}});
     withDocument.document->regions[0].ports.push_back({"P2", 0, -3, "", "", -0.25, 1e300, -1e-300});
-    MessageContent emptyDocument = BridgeTestSupport::sampleMessage(212, "");
+    MessageContent emptyDocument = sampleMessage(212, "");
     emptyDocument.document = DocumentContent();
-    const std::vector<Row> rows = {
-        {"an empty message", empty},
-        {"the smallest kind", extremes},
-        {"the largest kind and a referenced text", largest},
+    const std::vector<std::pair<const char*, MessageContent>> rows = {
+        {"an empty message", MessageContent()},
+        {"the smallest kind", sampleMessage(INT_MIN, "")},
+        {"the largest kind and a referenced text", sampleMessage(INT_MAX, std::string(10000, 'L'))},
         {"any 8-bit bytes and properties in their order", binary},
         {"a document with regions, ports and port types", withDocument},
         {"an empty document", emptyDocument},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        expectSameContent(throughTheWire(row.content), row.content);
+    for (const auto& [name, content] : rows) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(dump(throughTheWire(content)), dump(content));
     }
 }
 
@@ -129,97 +102,41 @@ TEST(WireCodec, FramesAreTheBytesTheProtocolDocumentShows)
               std::string("\x52\x46\x01\x04\x00\x00\x00\x25", 8));
 }
 
-TEST(WireCodec, PiecesForWritevAreTheFlatFrame)
+TEST(WireCodec, MessageWrittenAsAnotherPeerMightIsRead)
 {
-    MessageContent content = BridgeTestSupport::sampleMessage(222, std::string(300000, 'T'), true);
-    content.document->regions[0].netlist = std::string(9000, 'N');
-    const Wire::FrameEncoder encoder = Wire::encodeMessage(content);
-    std::string joined;
-    for (const iovec& piece : encoder.pieces())
-        joined.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
-    EXPECT_EQ(joined, encoder.flatten());
-    EXPECT_EQ(joined.size(), encoder.size());
-    const std::uint32_t length = (std::uint32_t(std::uint8_t(joined[4])) << 24) |
-                                 (std::uint32_t(std::uint8_t(joined[5])) << 16) |
-                                 (std::uint32_t(std::uint8_t(joined[6])) << 8) |
-                                 std::uint32_t(std::uint8_t(joined[7]));
-    EXPECT_EQ(length, joined.size() - Wire::kHeaderSize);
+    // Text strings, whole numbers and a single float for coordinates, a field
+    // this side does not know, defaults left out.
+    const QCborMap port{{QStringLiteral("x"), 12},
+                        {QStringLiteral("y"), QCborValue(1.5f)},
+                        {QStringLiteral("label"), QStringLiteral("P1")}};
+    const QCborMap region{{QStringLiteral("name"), QStringLiteral("lna")},
+                          {QStringLiteral("ports"), QCborArray{port}}};
+    const QCborMap message{
+        {QStringLiteral("future_field"), QCborMap{{QStringLiteral("x"), QCborArray{1, 2}}}},
+        {QStringLiteral("kind"), 212},
+        {QStringLiteral("properties"), QCborArray{QCborArray{QStringLiteral("RFDESIGN"), "amp"}}},
+        {QStringLiteral("document"), QCborMap{{QStringLiteral("regions"), QCborArray{region}}}},
+        {QStringLiteral("text"), QStringLiteral("hello")}};
+    const std::string payload = cbor(message);
+    MessageContent expected = sampleMessage(212, "hello");
+    expected.properties[0].second = "amp";
+    expected.document =
+        DocumentContent{"", "", "", {{"lna", "", "", {{"", 1, 0, "P1", "", 0.0, 12.0, 1.5}}}}, {}};
+    EXPECT_EQ(dump(Wire::decodeMessage(payload.data(), payload.size())), dump(expected));
+
+    // A map of unknown length, and the text in chunks.
+    const std::string chunked("\xbf\x64kind\x01\x64text\x7f\x62he\x63llo\x60\xff\xff", 23);
+    EXPECT_EQ(Wire::decodeMessage(chunked.data(), chunked.size()).text, "hello");
 }
 
-TEST(WireCodec, MessageWrittenWithQtsOwnCborClassesIsRead)
-{
-    // As a peer written from the protocol document would do it: text strings,
-    // maps of unknown length, whole numbers for coordinates, an unknown field.
-    QByteArray payload;
-    QCborStreamWriter writer(&payload);
-    writer.startMap();
-    writer.append(QLatin1String("future_field"));
-    writer.append(QCborValue(QCborMap{{QStringLiteral("x"), QCborArray{1, 2}}}).toCbor());
-    writer.append(QLatin1String("kind"));
-    writer.append(212);
-    writer.append(QLatin1String("properties"));
-    writer.startArray();
-    writer.startArray(2);
-    writer.append(QLatin1String("RFDESIGN"));
-    writer.append(QByteArray("amp"));
-    writer.endArray();
-    writer.endArray();
-    writer.append(QLatin1String("document"));
-    writer.startMap(2);
-    writer.append(QLatin1String("name"));
-    writer.append(QStringLiteral("amp_top.sch"));
-    writer.append(QLatin1String("regions"));
-    writer.startArray(1);
-    writer.startMap(2);
-    writer.append(QLatin1String("name"));
-    writer.append(QStringLiteral("lna"));
-    writer.append(QLatin1String("ports"));
-    writer.startArray(1);
-    writer.startMap(3);
-    writer.append(QLatin1String("x"));
-    writer.append(12);
-    writer.append(QLatin1String("y"));
-    writer.append(1.5f);
-    writer.append(QLatin1String("label"));
-    writer.append(QStringLiteral("P1"));
-    writer.endMap();
-    writer.endArray();
-    writer.endMap();
-    writer.endArray();
-    writer.endMap();
-    writer.append(QLatin1String("text"));
-    writer.append(QStringLiteral("hello"));
-    writer.endMap();
-
-    const MessageContent content = Wire::decodeMessage(payload.constData(), payload.size());
-    EXPECT_EQ(content.kind, 212);
-    ASSERT_EQ(content.properties.size(), 1u);
-    EXPECT_EQ(content.properties[0].second, "amp");
-    EXPECT_EQ(content.text, "hello");
-    ASSERT_TRUE(content.document);
-    EXPECT_EQ(content.document->name, "amp_top.sch");
-    ASSERT_EQ(content.document->regions.size(), 1u);
-    ASSERT_EQ(content.document->regions[0].ports.size(), 1u);
-    EXPECT_EQ(content.document->regions[0].ports[0].x, 12.0);
-    EXPECT_EQ(content.document->regions[0].ports[0].y, 1.5);
-    EXPECT_EQ(content.document->regions[0].ports[0].label, "P1");
-    EXPECT_EQ(content.document->regions[0].ports[0].enabled, 1)
-        << "a missing field keeps its default";
-}
-
-TEST(WireCodec, TextSentInChunksIsJoined)
-{
-    const std::string payload("\xa2\x64kind\x01\x64text\x7f\x62he\x63llo\x60\xff", 22);
-    EXPECT_EQ(Wire::decodeMessage(payload.data(), payload.size()).text, "hello");
-}
-
-TEST(WireCodec, MalformedMessagesAreRejectedNamingTheField)
+TEST(WireCodec, MalformedPayloadsAreRejectedNamingTheField)
 {
     struct Row
     {
         const char* name;
         std::string payload;
         const char* error;
+        bool hello = false;
     };
     const QCborMap port{{QStringLiteral("x"), QStringLiteral("left")}};
     const QCborMap region{{QStringLiteral("ports"), QCborArray{port}}};
@@ -232,25 +149,15 @@ TEST(WireCodec, MalformedMessagesAreRejectedNamingTheField)
          "field 'kind' must be an integer (found a text string)"},
         {"kind beyond 32 bits", cbor(QCborMap{{QStringLiteral("kind"), qint64(1) << 31}}),
          "field 'kind' is out of range (-2147483648 to 2147483647)"},
-        {"kind below 32 bits", cbor(QCborMap{{QStringLiteral("kind"), -(qint64(1) << 31) - 1}}),
-         "field 'kind' is out of range (-2147483648 to 2147483647)"},
         {"a property of three strings",
          cbor(QCborMap{{QStringLiteral("kind"), 1},
                        {QStringLiteral("properties"), QCborArray{QCborArray{"a", "b", "c"}}}}),
          "field 'properties[0][2]' must hold a name and a value, nothing more"},
-        {"a property without a value",
-         cbor(QCborMap{{QStringLiteral("kind"), 1},
-                       {QStringLiteral("properties"), QCborArray{QCborArray{"a"}}}}),
-         "field 'properties[0]' must hold a name and a value"},
         {"a coordinate as text",
          cbor(QCborMap{{QStringLiteral("kind"), 1}, {QStringLiteral("document"), document}}),
          "field 'document.regions[0].ports[0].x' must be a number (found a text string)"},
         {"a key that is a number", cbor(QCborMap{{1, 2}}),
          "the payload has a key that is an integer instead of a text string"},
-        {"cut short",
-         cbor(QCborMap{{QStringLiteral("kind"), 1}, {QStringLiteral("text"), "abcdef"}})
-             .substr(0, 12),
-         "the CBOR data is malformed"},
         {"a string claiming 4 GiB",
          std::string("\xa1\x64text\x5a\xff\xff\xff\xf0"
                      "abc",
@@ -266,48 +173,26 @@ TEST(WireCodec, MalformedMessagesAreRejectedNamingTheField)
         {"deep nesting in an unknown field",
          "\xa2\x64kind\x01\x61z" + std::string(100, '\x81') + "\x01",
          "field 'z' nests deeper than 16 levels"},
-        {"empty payload", "", "the CBOR data is malformed"},
+        {"an announcement with a name too long",
+         cbor(
+             QCborMap{{QStringLiteral("app"), QString(300, 'a')}, {QStringLiteral("protocol"), 1}}),
+         "longer than 256 bytes", true},
+        {"an announcement without a protocol", cbor(QCborMap{{QStringLiteral("app"), "DXD"}}),
+         "gives no protocol version", true},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        try {
-            Wire::decodeMessage(row.payload.data(), row.payload.size());
-            ADD_FAILURE() << "accepted";
-        } catch (const Wire::DecodeError& error) {
-            EXPECT_NE(std::string(error.what()).find(row.error), std::string::npos) << error.what();
-        }
+        const std::string error = [&] {
+            try {
+                if (row.hello)
+                    Wire::decodeHello(row.payload.data(), row.payload.size());
+                else
+                    Wire::decodeMessage(row.payload.data(), row.payload.size());
+            } catch (const Wire::DecodeError& error) {
+                return std::string(error.what());
+            }
+            return std::string("(accepted)");
+        }();
+        EXPECT_NE(error.find(row.error), std::string::npos) << error;
     }
-}
-
-TEST(WireCodec, AnnouncementNeedsANameAndAProtocol)
-{
-    struct Row
-    {
-        const char* name;
-        QCborMap hello;
-        const char* error;
-    };
-    const std::vector<Row> rows = {
-        {"no name", QCborMap{{QStringLiteral("protocol"), 1}}, "names no application"},
-        {"an empty name", QCborMap{{QStringLiteral("app"), ""}, {QStringLiteral("protocol"), 1}},
-         "names no application"},
-        {"a name too long",
-         QCborMap{{QStringLiteral("app"), QString(300, 'a')}, {QStringLiteral("protocol"), 1}},
-         "longer than 256 bytes"},
-        {"no protocol", QCborMap{{QStringLiteral("app"), "DXD"}}, "gives no protocol version"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string payload = cbor(row.hello.toCborValue());
-        try {
-            Wire::decodeHello(payload.data(), payload.size());
-            ADD_FAILURE() << "accepted";
-        } catch (const Wire::DecodeError& error) {
-            EXPECT_NE(std::string(error.what()).find(row.error), std::string::npos) << error.what();
-        }
-    }
-    const std::string good = BridgeTestSupport::helloPayload("BSXE", 7);
-    const Wire::Hello hello = Wire::decodeHello(good.data(), good.size());
-    EXPECT_EQ(hello.app, "BSXE");
-    EXPECT_EQ(hello.protocol, 7);
 }

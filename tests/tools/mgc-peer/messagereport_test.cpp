@@ -18,24 +18,19 @@ MessageContent emMessage()
     MessageContent content;
     content.kind = 213;
     content.properties = {{"RFREGION", "coupler"}, {"RFDESIGN", "coupler_top"}};
-    RFMsgExp::DocumentContent document;
-    document.name = "coupler_top.sch";
-    RFMsgExp::RegionContent region;
-    region.name = "coupler/main";
-    region.netlist = "( IN THRU )";
-    region.egs = "EGS 1.3\nEND\n";
-    region.ports = {{"P1", 1, 1, "IN", "", 50.0, 0.0, 550.5}};
-    document.regions.push_back(region);
-    document.portTypes = {{1, 0, "external"}};
-    content.document = document;
+    RFMsgExp::RegionContent region{"coupler/main",
+                                   "( IN THRU )",
+                                   "EGS 1.3\nEND\n",
+                                   {{"P1", 1, 1, "IN", "", 50.0, 0.0, 550.5}}};
+    content.document =
+        RFMsgExp::DocumentContent{"", "coupler_top.sch", "", {region}, {{1, 0, "external"}}};
     return content;
 }
 
 std::string fileText(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
@@ -55,15 +50,14 @@ TEST(MessageReportLine, DocumentIsShownInTheDescriptionsOwnShape)
     EXPECT_EQ(port.find("label")->text, "IN");
     EXPECT_EQ(port.find("y")->number, 550.5);
     EXPECT_EQ(document->find("port_types")->items.at(0).find("name")->text, "external");
-}
 
-TEST(MessageReportLine, KindsOutsideTheTableAreNamedUnknown)
-{
-    MessageContent content;
-    content.kind = 70;
-    EXPECT_EQ(
-        MessageReport::line(content, 1, ""),
-        R"({"event":"message","kind":70,"kind_name":"unknown event type","properties":{},"text":""})");
+    // Text that needs escaping, bytes that are not UTF-8 among it, all on one line.
+    MessageContent unknown;
+    unknown.kind = 70;
+    unknown.text = "q\"b\\\n\t\x01 \xe9t\xc3\xa9";
+    EXPECT_EQ(MessageReport::line(unknown, 1, ""),
+              R"({"event":"message","kind":70,"kind_name":"unknown event type","properties":{},)"
+              "\"text\":\"q\\\"b\\\\\\n\\t\\u0001 \\u00e9t\xc3\xa9\"}");
 }
 
 TEST(MessageReportSaving, TextsGoToFilesNamedAfterTheMessageAndRegion)

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 
 #include <QCborMap>
@@ -49,20 +48,16 @@ public:
             ::close(m_fd);
         m_fd = -1;
     }
-    // Everything the bridge sent until it closed the connection; nothing when
-    // it was still open after 5 s.
-    std::optional<std::string> readUntilClosed()
+    // Whether the bridge closed the connection within 5 s; what it sent is skipped.
+    bool closedByTheBridge()
     {
-        std::string bytes;
         char buffer[4096];
         pollfd entry{m_fd, POLLIN, 0};
         while (::poll(&entry, 1, 5000) > 0) {
-            const long count = ::recv(m_fd, buffer, sizeof buffer, 0);
-            if (count <= 0)
-                return bytes;
-            bytes.append(buffer, static_cast<std::size_t>(count));
+            if (::recv(m_fd, buffer, sizeof buffer, 0) <= 0)
+                return true;
         }
-        return std::nullopt;
+        return false;
     }
 
 private:
@@ -170,7 +165,7 @@ TEST_P(BridgeFaults, FaultyPeerIsClosedAndReportedWhileTheOthersGoOn)
         EXPECT_EQ(error.rfind(who, 0), 0u) << error;
         EXPECT_NE(error.find("; connection closed"), std::string::npos) << error;
         if (bad.connected()) {
-            EXPECT_TRUE(bad.readUntilClosed()) << "the faulty connection stayed open";
+            EXPECT_TRUE(bad.closedByTheBridge()) << "the faulty connection stayed open";
         }
 
         // The others go on.
@@ -189,19 +184,3 @@ INSTANTIATE_TEST_SUITE_P(Peers, BridgeFaults, ::testing::ValuesIn(kFaults),
                          [](const ::testing::TestParamInfo<Fault>& info) {
                              return info.param.name;
                          });
-
-TEST(BridgeFaultReasons, PeerThatStillListensIsWelcomedThenToldWhyItWasClosed)
-{
-    RecordingBridge bridge;
-    RawPeer peer(bridge.start());
-    peer.send(kHello + frame(9, ""));
-    const std::optional<std::string> answer = peer.readUntilClosed();
-    ASSERT_TRUE(answer) << "not closed";
-    EXPECT_EQ(answer->find(std::string("RF\x01\x02", 4)), 0u) << "no WELCOME first";
-    const std::size_t close = answer->find(std::string("RF\x01\x04", 4));
-    ASSERT_NE(close, std::string::npos);
-    const QCborValue reason =
-        QCborValue::fromCbor(QByteArray::fromStdString(answer->substr(close + 8)));
-    EXPECT_EQ(reason.toMap().value(QStringLiteral("reason")).toString().toStdString(),
-              "this peer sent a frame of unknown type 9");
-}

@@ -104,10 +104,10 @@ TEST(WireCodec, FramesAreTheBytesTheProtocolDocumentShows)
 
 TEST(WireCodec, MessageWrittenAsAnotherPeerMightIsRead)
 {
-    // Text strings, whole numbers and a single float for coordinates, a field
-    // this side does not know, defaults left out.
+    // Text strings, a whole number and a half-width float for coordinates, a
+    // field this side does not know, defaults left out.
     const QCborMap port{{QStringLiteral("x"), 12},
-                        {QStringLiteral("y"), QCborValue(1.5f)},
+                        {QStringLiteral("y"), 1.5},
                         {QStringLiteral("label"), QStringLiteral("P1")}};
     const QCborMap region{{QStringLiteral("name"), QStringLiteral("lna")},
                           {QStringLiteral("ports"), QCborArray{port}}};
@@ -117,7 +117,8 @@ TEST(WireCodec, MessageWrittenAsAnotherPeerMightIsRead)
         {QStringLiteral("properties"), QCborArray{QCborArray{QStringLiteral("RFDESIGN"), "amp"}}},
         {QStringLiteral("document"), QCborMap{{QStringLiteral("regions"), QCborArray{region}}}},
         {QStringLiteral("text"), QStringLiteral("hello")}};
-    const std::string payload = cbor(message);
+    const std::string payload = QCborValue(message).toCbor(QCborValue::UseFloat16).toStdString();
+    ASSERT_NE(payload.find("\xf9\x3e\x00", 0, 3), std::string::npos) << "1.5 as a half float";
     MessageContent expected = sampleMessage(212, "hello");
     expected.properties[0].second = "amp";
     expected.document =

@@ -121,18 +121,13 @@ TEST_F(XBridgeNetwork, PortThatCannotBeListenedOnThrowsSayingWhyAndTheFirstBridg
 {
     const int port = bridge->start();
     auto peer = connectPeer(port, "DXD");
-    const std::vector<std::pair<int, std::vector<std::string>>> rows = {
-        {port, {"port " + std::to_string(port), "Address already in use"}},
-        {-1, {"-1", "not a port number"}},
-        {65536, {"65536", "not a port number"}},
-    };
-    for (const auto& [wanted, parts] : rows) {
-        SCOPED_TRACE(wanted);
+    for (const int wanted : {port, -1, 65536}) {
         RecordingBridge second;
         int asked = wanted;
-        const std::string error = errorOf([&] { second.Init(asked, 0); });
-        for (const std::string& part : parts)
-            EXPECT_NE(error.find(part), std::string::npos) << error;
+        EXPECT_EQ(
+            errorOf([&] { second.Init(asked, 0); }),
+            "cannot listen on port " + std::to_string(wanted) + " on the loopback interface: " +
+                (wanted == port ? "Address already in use" : "not a port number (0 to 65535)"));
         EXPECT_EQ(second.GetPort(), 0);
     }
     peer->send(sampleMessage(212, "still served"));

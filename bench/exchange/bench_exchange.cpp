@@ -23,6 +23,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "../common/netlistmessage.h"
 #include "lumo/brio.h"
 #include "lumo/hostbackend.h"
 #include "lumo/idlerequest.h"
@@ -40,8 +41,8 @@ struct BRIOValueS
 
 namespace {
 
-constexpr int PortCount = 10;
-constexpr std::size_t NetlistBytes = 4096;
+using BenchMessages::NetlistBytes;
+using BenchMessages::netlistMessage;
 // Two path queries and the create: the host statements of one netlist message.
 constexpr int StatementsPerMessage = 3;
 
@@ -211,34 +212,6 @@ private:
         server = PluginState::server();
     }
 };
-
-RFMsgExp::MessageContent netlistMessage()
-{
-    RFMsgExp::RegionContent region;
-    region.name = "lna";
-    for (int line = 0; region.netlist.size() < NetlistBytes; ++line)
-        region.netlist += "R" + std::to_string(line) + " ( n" + std::to_string(line) + " n" +
-                          std::to_string(line + 1) + " ) 50\n";
-    region.netlist.resize(NetlistBytes);
-    for (int index = 0; index < PortCount; ++index) {
-        RFMsgExp::PortContent port;
-        port.name = "port" + std::to_string(index);
-        port.label = "P" + std::to_string(index + 1);
-        port.type = index % 3;
-        port.value = 50;
-        port.x = 12.25 * index;
-        port.y = -1.5 * index;
-        region.ports.push_back(port);
-    }
-    RFMsgExp::MessageContent content;
-    content.kind = 212;
-    content.document.emplace();
-    content.document->label = "amp";
-    content.document->name = "amp_top.sch";
-    content.document->path = "C:\\designs\\amp";
-    content.document->regions.push_back(region);
-    return content;
-}
 
 enum class Storage { Disk, Memory };
 

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -47,33 +48,31 @@ public:
     }
 };
 
-// Serves `queue` on this thread until `done`; false after ten seconds.
-bool serveUntil(IdleRequestQueue& queue, const std::atomic<bool>& done)
+// Runs `post` on a thread of its own while this thread serves `queue`; false
+// when it did not finish within ten seconds (the poster is then released).
+bool postWhileServing(IdleRequestQueue& queue, const std::function<void()>& post)
 {
+    std::atomic<bool> done{false};
+    std::thread poster([&] {
+        post();
+        done = true;
+    });
     const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!done) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
+    while (!done && std::chrono::steady_clock::now() < deadline)
         queue.waitAndPerform(5ms);
-    }
-    return true;
+    const bool finished = done;
+    if (!finished)
+        queue.shutdown();
+    poster.join();
+    return finished;
 }
 
 TEST(IdleRequestQueue, PostWaitsUntilPerformedOnTheServingThread)
 {
     IdleRequestQueue queue;
     RecordingRequest request(1);
-    std::atomic<bool> done{false};
     bool result = false;
-    std::thread poster([&] {
-        result = queue.postAndWait(request);
-        done = true;
-    });
-    const bool served = serveUntil(queue, done);
-    if (!served)
-        queue.shutdown();
-    poster.join();
-    ASSERT_TRUE(served);
+    ASSERT_TRUE(postWhileServing(queue, [&] { result = queue.postAndWait(request); }));
     EXPECT_TRUE(result);
     EXPECT_EQ(request.performedOn, std::this_thread::get_id());
 }
@@ -102,19 +101,12 @@ TEST(IdleRequestQueue, RequestsOfOneThreadArePerformedInPostingOrder)
 {
     IdleRequestQueue queue;
     std::vector<int> order;
-    std::atomic<bool> done{false};
-    std::thread poster([&] {
+    ASSERT_TRUE(postWhileServing(queue, [&] {
         for (int id = 0; id < 100; ++id) {
             RecordingRequest request(id, &order);
             queue.postAndWait(request);
         }
-        done = true;
-    });
-    const bool served = serveUntil(queue, done);
-    if (!served)
-        queue.shutdown();
-    poster.join();
-    ASSERT_TRUE(served);
+    }));
     ASSERT_EQ(order.size(), 100u);
     for (int id = 0; id < 100; ++id)
         EXPECT_EQ(order[static_cast<std::size_t>(id)], id);
@@ -133,16 +125,9 @@ TEST(IdleRequest, GoesThroughTheInstalledBackend)
     QueueBackend backend;
     LumoHost::installBackend(&backend);
     RecordingRequest request(1);
-    std::atomic<bool> done{false};
     bool result = false;
-    std::thread poster([&] {
-        result = request.postAndWaitUntilPerformed();
-        done = true;
-    });
-    const bool served = serveUntil(backend.queue, done);
-    if (!served)
-        backend.queue.shutdown();
-    poster.join();
+    const bool served =
+        postWhileServing(backend.queue, [&] { result = request.postAndWaitUntilPerformed(); });
     LumoHost::installBackend(nullptr);
     ASSERT_TRUE(served);
     EXPECT_TRUE(result);

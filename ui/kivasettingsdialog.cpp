@@ -136,11 +136,8 @@ void KivaSettingsDialog::save_options()
 
 void KivaSettingsDialog::update_line_edit_exclude_library()
 {
-    QLineEdit* lineEdit = m_ui->lineEditExcludeLibrary;
-    lineEdit->setText(
+    m_ui->lineEditExcludeLibrary->setText(
         m_options.general().get_option_value(QLatin1String(OptionName::ExcludeLibrary)));
-    // Show a long name from its start rather than its tail.
-    lineEdit->setCursorPosition(0);
 }
 
 void KivaSettingsDialog::update_check_box_close_open_cells()

@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr int MaximumTimeoutSeconds = INT_MAX / 1000;
+
 bool parseInteger(const std::string& text, long long minimum, long long& value)
 {
     if (text.empty())
@@ -125,6 +127,10 @@ bool HostOptions::parse(const std::vector<std::string>& arguments, HostOptions& 
             const double seconds = std::strtod(text.c_str(), &end);
             if (text.empty() || *end != '\0' || !std::isfinite(seconds) || seconds <= 0)
                 return fail("--timeout needs a positive number of seconds, not \"" + text + "\"");
+            // The timer counts milliseconds in an int: about 24 days.
+            if (seconds > MaximumTimeoutSeconds)
+                return fail("--timeout takes at most " + std::to_string(MaximumTimeoutSeconds) +
+                            " seconds, not \"" + text + "\"");
             options.timeoutSeconds = seconds;
         } else if (argument == "-") {
             options.sources.push_back({Source::Kind::StandardInput, {}, "stdin"});
@@ -178,8 +184,8 @@ Serving:
   -h, --help            show this help
 
 Exit status: 0 done; 1 a statement failed or a script could not be read or
-parsed; 2 bad command line or journal; 3 the plug-in could not be loaded;
-4 --timeout passed before --until was met.
+parsed; 2 bad command line, journal or workspace; 3 the plug-in could not be
+loaded; 4 --timeout passed before --until was met.
 Files written in the workspace and the journal records: see README.md.
 )";
 }

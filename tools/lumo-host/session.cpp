@@ -86,7 +86,7 @@ void Session::nextSource()
         if (m_options.serve)
             startServing();
         else
-            quit(m_inputFailed ? StatementFailed : Done);
+            quit(plannedEndStatus());
         return;
     }
     const HostOptions::Source& source = m_options.sources[m_nextSource++];
@@ -201,7 +201,7 @@ void Session::startServing()
     m_serving = true;
     if (!m_options.untilFunction.empty() &&
         m_router.callCount(m_options.untilFunction) >= m_options.untilCount) {
-        quit(Done);
+        quit(plannedEndStatus());
         return;
     }
     if (m_options.timeoutSeconds > 0) {
@@ -223,10 +223,16 @@ void Session::quit(int status)
     QCoreApplication::exit(status);
 }
 
+int Session::plannedEndStatus() const
+{
+    // Statements from standard input go on after a failure; the status still tells of it.
+    return m_inputFailed ? StatementFailed : Done;
+}
+
 void Session::onCall(const std::string& name, int count)
 {
     if (m_serving && name == m_options.untilFunction && count >= m_options.untilCount)
-        quit(Done);
+        quit(plannedEndStatus());
 }
 
 void Session::onSignal(int signal)
@@ -235,13 +241,13 @@ void Session::onSignal(int signal)
         m_input->discardTyped();
         return;
     }
-    quit(m_serving ? Done : 128 + signal);
+    quit(m_serving ? plannedEndStatus() : 128 + signal);
 }
 
 void Session::onTimeout()
 {
     if (m_options.untilFunction.empty()) {
-        quit(Done);
+        quit(plannedEndStatus());
         return;
     }
     Terminal::printMessage(

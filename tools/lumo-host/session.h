@@ -62,6 +62,8 @@ private:
     void runNextStatement();
     void startServing();
     void quit(int status);
+    // The status of a run that ends as planned (input, --until, --timeout, a signal while serving).
+    int plannedEndStatus() const;
     void onCall(const std::string& name, int count);
     void onSignal(int signal);
     void onTimeout();

@@ -133,12 +133,13 @@ void StandardInput::lineFromReadline(char* line)
     }
     const std::string text = line;
     std::free(line);
+    // Off before the line is taken: what taking it prints (a syntax error)
+    // must not bring the finished line back with it.
+    reader->hidePrompt();
     reader->takeLine(text);
-    if (!reader->m_paused && !reader->m_ended) {
-        // A new prompt for the next line; the continuation prompt mid-statement.
-        reader->hidePrompt();
+    // A new prompt for the next line; the continuation prompt mid-statement.
+    if (!reader->m_paused && !reader->m_ended)
         reader->showPrompt();
-    }
 }
 
 void StandardInput::processBuffered()

@@ -8,6 +8,8 @@
 #include <QJsonObject>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -40,9 +42,12 @@ bool writeJson(const QString& path, const QJsonObject& object, std::string& reas
 
 bool makeFolder(const QString& path, std::string& reason)
 {
+    errno = 0;
     if (QDir().mkpath(path))
         return true;
-    reason = "cannot create the folder " + path.toStdString();
+    // mkpath() says only that it failed; the failing mkdir() left the why in errno.
+    reason = "cannot create the folder " + path.toStdString() +
+             (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string());
     return false;
 }
 

@@ -26,6 +26,9 @@ TEST(HostOptions, RefusesBadCommandLinesWithTheReason)
         {"until with count zero", {"--serve", "--until", "de_info:0"}, "FUNCTION:COUNT"},
         {"until without a function", {"--serve", "--until", ":3"}, "FUNCTION:COUNT"},
         {"negative timeout", {"--serve", "--timeout", "-1"}, "positive number of seconds"},
+        {"timeout beyond the timer",
+         {"--serve", "--timeout", "3000000"},
+         "at most 2147483 seconds"},
         {"flag given a value", {"--no-brio=yes"}, "--no-brio takes no value"},
         {"empty library name", {"--library="}, "--library needs a library name"},
     };

@@ -48,6 +48,7 @@ TEST(HostServing, EndsWhenUntilIsMetOrTheTimeoutPasses)
         QStringList arguments;
         int exitCode;
         QString error;
+        QByteArray input = {};
     };
     const std::vector<Case> cases = {
         // No timeout: de_info was called often enough before serving began.
@@ -60,10 +61,15 @@ TEST(HostServing, EndsWhenUntilIsMetOrTheTimeoutPasses)
          {"-e", "de_info(\"once\");", "--serve", "--until", "de_info:2", "--timeout", "0.2"},
          4,
          "--timeout: 0.2 s passed with de_info called 1 of 2 times"},
+        {"a statement of standard input failed",
+         {"-", "--serve", "--timeout", "0.2"},
+         1,
+         "stdin:1: error: unknown function nope",
+         "nope();\n"},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
-        const HostRun run = runHost(row.arguments);
+        const HostRun run = runHost(row.arguments, row.input);
         EXPECT_EQ(run.exitCode, row.exitCode) << run.err.toStdString();
         EXPECT_TRUE(run.err.contains(row.error)) << run.err.toStdString();
         EXPECT_EQ(run.records("exit").size(), 1u);

@@ -90,6 +90,10 @@ TEST(HostBadInput, EndsWithAMessageNamingWhatIsWrongAndItsStatus)
         {{"--journal", "/no/such/folder/j.jsonl"},
          2,
          "cannot write the journal /no/such/folder/j.jsonl"},
+        {{"--workspace", garbage + "/workspace"},
+         2,
+         "cannot open the workspace: cannot create the folder " + garbage +
+             "/workspace: Not a directory"},
         {{"--plugin", none}, 3, "cannot load the plug-in " + none + ": No such file or directory"},
         {{"--plugin", dir.path()}, 3, "cannot load the plug-in " + dir.path() + ": it is a folder"},
         {{"--plugin", garbage}, 3, "cannot load the plug-in " + garbage},

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <limits>
 
 #include <QDir>
 
@@ -39,15 +41,18 @@ int listen(const Connection& connection, int count, double timeoutSeconds,
         std::printf("%s\n", line.text().c_str());
         std::fflush(stdout);
 
+        // Capped at some 30 years, well inside the clock's range.
         const auto deadline =
-            Clock::now() + std::chrono::milliseconds(static_cast<long long>(timeoutSeconds * 1000));
+            Clock::now() +
+            std::chrono::milliseconds(static_cast<long long>(std::min(timeoutSeconds, 1e9) * 1000));
         while (count == 0 || received < count) {
             int wait = -1;
             if (timeoutSeconds >= 0) {
-                wait = static_cast<int>(std::max<long long>(
-                    0,
+                // receive() takes an int of milliseconds: a longer wait goes in turns.
+                wait = static_cast<int>(std::clamp<long long>(
                     std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now())
-                        .count()));
+                        .count(),
+                    0, std::numeric_limits<int>::max()));
             }
             const std::optional<RFMsgExp::MessageContent> message = peer.receive(wait);
             if (!message) {

@@ -2,6 +2,7 @@
 // the bridge. Connects, sends messages described in JSON, prints what it
 // receives, generates load.
 
+#include <cmath>
 #include <cstdio>
 
 #include <QCommandLineParser>
@@ -176,7 +177,7 @@ int main(int argc, char** argv)
         double seconds = -1;
         if (parser.isSet(timeout)) {
             seconds = parser.value(timeout).toDouble(&ok);
-            if (!ok || seconds <= 0)
+            if (!ok || !(seconds > 0) || !std::isfinite(seconds))
                 return usageError(QStringLiteral("--timeout %1 is not a positive number of seconds")
                                       .arg(parser.value(timeout)));
         }

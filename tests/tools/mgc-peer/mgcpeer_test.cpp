@@ -231,6 +231,7 @@ TEST_F(MgcPeerProcess, WrongCommandLinesAreExplained)
         {on({"send", "--save", "/tmp", kExamples + "/iff.json"}), "--save is for listen, not send"},
         {on({"bench", "layout"}), "bench needs what to send"},
         {on({"listen", "--count", "0"}), "--count 0 is not a positive number"},
+        {on({"listen", "--timeout", "inf"}), "--timeout inf is not a positive number of seconds"},
         {on({"--frobnicate"}), "Unknown option 'frobnicate'."},
     };
     for (const auto& [arguments, error] : rows) {

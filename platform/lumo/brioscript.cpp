@@ -41,7 +41,10 @@ bool BRIOValue::operator==(const BRIOValue& other) const
 
 CallBRIO::CallBRIO(std::string function) : m_function(std::move(function)) {}
 
-void CallBRIO::add_arg(BRIOValue value) { m_args.push_back(std::move(value)); }
+void CallBRIO::add_arg(BRIOValue value)
+{
+    m_args.push_back(std::move(value));
+}
 
 BRIOValue CallBRIO::execute()
 {

@@ -13,6 +13,12 @@ std::atomic<HostBackend*>& installedBackend()
 HostBackend::~HostBackend() = default;
 
 namespace LumoHost {
-void installBackend(HostBackend* backend) { installedBackend().store(backend); }
-HostBackend* backend() { return installedBackend().load(); }
+void installBackend(HostBackend* backend)
+{
+    installedBackend().store(backend);
+}
+HostBackend* backend()
+{
+    return installedBackend().load();
+}
 } // namespace LumoHost

@@ -13,7 +13,10 @@ struct IdleRequestQueue::Entry
 
 IdleRequestQueue::IdleRequestQueue(std::function<void()> wake) : m_wake(std::move(wake)) {}
 
-IdleRequestQueue::~IdleRequestQueue() { shutdown(); }
+IdleRequestQueue::~IdleRequestQueue()
+{
+    shutdown();
+}
 
 bool IdleRequestQueue::postAndWait(IdleRequestC& request)
 {

@@ -7,7 +7,10 @@
 #include <locale>
 #include <sstream>
 
-std::string from_int(int value) { return std::to_string(value); }
+std::string from_int(int value)
+{
+    return std::to_string(value);
+}
 
 std::string from_double(double value, char format, int precision)
 {

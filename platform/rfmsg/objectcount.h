@@ -12,8 +12,7 @@ struct ObjectCount
 };
 
 // Base of the library's concrete objects: counted while alive, freed by Destroy().
-template <typename Interface>
-class Counted : public Interface
+template <typename Interface> class Counted : public Interface
 {
 public:
     Counted()

@@ -18,8 +18,7 @@ protected:
 };
 
 // Owns one library object and releases it with Destroy().
-template <typename T>
-class msg_auto_ptr
+template <typename T> class msg_auto_ptr
 {
 public:
     msg_auto_ptr() = default;

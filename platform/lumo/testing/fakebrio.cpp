@@ -6,10 +6,7 @@ struct BRIOValueS
     int integer = 0;
 };
 
-FakeBRIO::FakeBRIO()
-    : m_evaluator([](const std::string&, const std::string&) { return true; })
-{
-}
+FakeBRIO::FakeBRIO() : m_evaluator([](const std::string&, const std::string&) { return true; }) {}
 
 FakeBRIO::~FakeBRIO() = default;
 
@@ -125,8 +122,8 @@ bool FakeBRIO::evaluate_text(const char* vocabulary, const char* text)
     Evaluator evaluator;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_statements.push_back({vocabulary ? vocabulary : "", text ? text : "",
-                                std::this_thread::get_id()});
+        m_statements.push_back(
+            {vocabulary ? vocabulary : "", text ? text : "", std::this_thread::get_id()});
         evaluator = m_evaluator;
     }
     return evaluator(vocabulary ? vocabulary : "", text ? text : "");

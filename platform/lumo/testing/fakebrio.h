@@ -50,8 +50,8 @@ public:
     void clearStatements();
     // The integer a command returned through return_integer, or nothing for null.
     std::optional<int> resultOf(BRIOValueHandle result) const;
-    int liveHandles() const;         // handles handed out and not yet freed
-    int invalidFrees() const;        // free_value of an unknown or already freed handle
+    int liveHandles() const;  // handles handed out and not yet freed
+    int invalidFrees() const; // free_value of an unknown or already freed handle
     int getArgumentCalls() const { return m_getArgumentCalls; }
     int versionQueries() const { return m_versionQueries; }
     const BRIOLibraryBlock* registeredBlock() const { return m_block; }

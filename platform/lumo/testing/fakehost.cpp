@@ -2,7 +2,10 @@
 
 #include "lumo/idlerequest.h"
 
-FakeHost::FakeHost() { LumoHost::installBackend(this); }
+FakeHost::FakeHost()
+{
+    LumoHost::installBackend(this);
+}
 
 FakeHost::~FakeHost()
 {
@@ -34,7 +37,10 @@ bool FakeHost::pumpUntil(const std::function<bool()>& done, std::chrono::millise
     return true;
 }
 
-bool FakeHost::postIdleRequest(IdleRequestC& request) { return m_queue.postAndWait(request); }
+bool FakeHost::postIdleRequest(IdleRequestC& request)
+{
+    return m_queue.postAndWait(request);
+}
 
 void FakeHost::openWritableLibraries(std::set<std::string>& libraries)
 {

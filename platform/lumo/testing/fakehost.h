@@ -37,7 +37,8 @@ public:
 
     bool postIdleRequest(IdleRequestC& request) override;
     void openWritableLibraries(std::set<std::string>& libraries) override;
-    BRIOValue callFunction(const std::string& function, const std::vector<BRIOValue>& args) override;
+    BRIOValue callFunction(const std::string& function,
+                           const std::vector<BRIOValue>& args) override;
 
 private:
     IdleRequestQueue m_queue;

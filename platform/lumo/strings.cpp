@@ -2,8 +2,6 @@
 
 #include <cctype>
 #include <charconv>
-#include <clocale>
-#include <cstdio>
 #include <locale>
 #include <sstream>
 

@@ -74,8 +74,7 @@ void ReceiveEmData(XServerLUMO& server, RFMsgExp::IRFMessage& message)
         // An unknown type ends the handler here (std::out_of_range); the ports
         // before it have been added.
         const std::string typeName = typeNames.at(port->GetType());
-        const std::string label = text(port->GetLabel());
-        (void)label;
+        port->GetLabel(); // read, as the peer expects, but not shown
         RFMsgExp::msg_auto_ptr<RFMsgExp::IRFPosition> position = port->GetPosition();
         const std::string x = from_double(position->GetX(), 'g', 6);
         const std::string y = from_double(position->GetY(), 'g', 6);

@@ -25,8 +25,7 @@ void ReceiveIff(XServerLUMO& server, RFMsgExp::IRFMessage& message)
         return;
     }
     // The region's name does not enter the command; one region must be there.
-    const std::string regionName = text(regions->GetItem(0)->GetName());
-    (void)regionName;
+    regions->GetItem(0)->GetName();
     const std::string iffText = text(message.GetText());
 
     const std::string workspacePath = ToForwardSlashes(server.GetWorkspacePath());

@@ -46,10 +46,10 @@ void ReceiveNetlist(XServerLUMO& server, RFMsgExp::IRFMessage& message)
     const std::string netlistsPath = server.GetNetlistsPath();
 
     RFMsgExp::msg_auto_ptr<RFMsgExp::IRFDocument> document = requireDocument(message);
-    const std::string designLabel = text(document->GetDesignLabel());
+    // The peer is asked for every field in this order; the label is not used.
+    document->GetDesignLabel();
     const std::string designName = text(document->GetDesignName());
     const std::string designPath = ToForwardSlashes(text(document->GetDesignPath()));
-    (void)designLabel;
 
     RFMsgExp::msg_auto_ptr<RFMsgExp::IRFRegionList> regions = document->GetRegions();
     if (regions->Count() == 0)
@@ -85,23 +85,21 @@ void CreateDesign(XServerLUMO& server, RFMsgExp::IRFRegion& region, std::string 
         std::string separator;
         int portNumber = 1;
         for (int index = 0; index < count; ++index) {
+            // Every field is read in this order, also those that never enter
+            // the command (name, note, value, the second enabled flag); those
+            // are not formatted, which is most of a message's own cost.
             RFMsgExp::msg_auto_ptr<RFMsgExp::IRFPort> port = ports->GetItem(index);
-            const std::string name = text(port->GetName());
-            (void)name;
+            port->GetName();
             if (port->GetEnabled() == 0)
                 continue;
             const int type = port->GetType();
             const std::string label = text(port->GetLabel());
-            const std::string note = text(port->GetNote());
-            (void)note;
-            // Every field of a taken port is read in this order; the value and
-            // the second enabled flag never enter the command, so they are not
-            // formatted (formatting is most of a message's own cost).
-            (void)port->GetValue();
+            port->GetNote();
+            port->GetValue();
             RFMsgExp::msg_auto_ptr<RFMsgExp::IRFPosition> position = port->GetPosition();
             const std::string x = from_double(position->GetX(), 'g', 6);
             const std::string y = from_double(position->GetY(), 'g', 6);
-            (void)port->GetEnabled();
+            port->GetEnabled();
 
             ++portCount;
             portList += separator;

@@ -146,6 +146,15 @@ Workspace::Result Workspace::createDesign(const Design& design)
     return result;
 }
 
+QString Workspace::libraryFolder(const std::string& library, Result& result) const
+{
+    const QString folder = qs(m_path) + "/libraries/" + qs(library);
+    if (makeFolder(folder, result.reason))
+        return folder;
+    result.ok = false;
+    return QString();
+}
+
 Workspace::Result Workspace::importIff(const std::string& library, const std::string& file,
                                        bool overwrite)
 {
@@ -155,11 +164,9 @@ Workspace::Result Workspace::importIff(const std::string& library, const std::st
     const QFileInfo source(qs(file));
     if (!source.isFile())
         return {false, "the file " + file + " does not exist", {}};
-    const QString folder = qs(m_path) + "/libraries/" + qs(library);
-    if (!makeFolder(folder, result.reason)) {
-        result.ok = false;
+    const QString folder = libraryFolder(library, result);
+    if (folder.isEmpty())
         return result;
-    }
     const QString target = folder + "/" + source.fileName();
     if (!overwrite && QFileInfo::exists(target))
         return {false,
@@ -187,11 +194,9 @@ Workspace::Result Workspace::importEgs(const std::string& library, const std::st
     if (!isFileName(view) || (!design.empty() && !isFileName(design)) ||
         (!region.empty() && !isFileName(region)))
         return {false, "the EM view name \"" + view + "\" cannot name a file", {}};
-    const QString folder = qs(m_path) + "/libraries/" + qs(library);
-    if (!makeFolder(folder, result.reason)) {
-        result.ok = false;
+    const QString folder = libraryFolder(library, result);
+    if (folder.isEmpty())
         return result;
-    }
     const QString egs = folder + "/" + qs(view) + ".egs";
     if (!copyFile(source.absoluteFilePath(), egs, result.reason)) {
         result.ok = false;

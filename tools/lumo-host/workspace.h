@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+class QString;
+
 class Workspace
 {
 public:
@@ -67,6 +69,8 @@ public:
 
 private:
     bool checkLibrary(const std::string& library, Result& result) const;
+    // The library's folder, made when missing; empty (and `result` failed) when it cannot be.
+    QString libraryFolder(const std::string& library, Result& result) const;
     bool writeEmView(Result& result) const;
 
     std::string m_path;

@@ -51,6 +51,29 @@ QString optionCommandText(BRIOInterface& brio)
     return QString::fromUtf8(text.c_str());
 }
 
+// The two highlight commands: the first argument twice, then the second, as
+// the ignored pointers, and the third as the region. They differ on purpose:
+// send_push_into_message checks every fetch (leaving the handles fetched so
+// far unreleased when one fails) and gives the script no value.
+BRIOValueHandle highlightCommand(bool strict)
+{
+    return guarded([&](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
+        if (!allStrings(brio, 3))
+            return nullptr;
+        BRIOValueHandle handles[3] = {};
+        const void* data[3] = {};
+        for (int index = 0; index < 3; ++index) {
+            data[index] = fetchString(brio, index, handles[index]);
+            if (strict && !handles[index])
+                return nullptr;
+        }
+        server.SendHighlightRequest(data[0], data[0], data[1], static_cast<const char*>(data[2]));
+        for (BRIOValueHandle handle : handles)
+            release(brio, handle);
+        return strict ? nullptr : brio.return_integer(1);
+    });
+}
+
 // The two IFF send commands: five strings to a server send operation, whose
 // outcome the script is not told.
 using IffSend = bool (XServerLUMO::*)(const char*, const char*, const char*, const char*,
@@ -85,21 +108,7 @@ BRIOValueHandle mgcconnect_get_current_timestamp()
 
 BRIOValueHandle mgcconnect_send_push_into_message()
 {
-    return guarded([](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
-        if (!allStrings(brio, 3))
-            return nullptr;
-        BRIOValueHandle handles[3] = {};
-        const void* data[3] = {};
-        for (int index = 0; index < 3; ++index) {
-            data[index] = fetchString(brio, index, handles[index]);
-            if (!handles[index])
-                return nullptr; // the handles fetched so far stay unreleased
-        }
-        server.SendHighlightRequest(data[0], data[0], data[1], static_cast<const char*>(data[2]));
-        for (BRIOValueHandle handle : handles)
-            release(brio, handle);
-        return nullptr;
-    });
+    return highlightCommand(true);
 }
 
 BRIOValueHandle mgcconnect_initialize()
@@ -166,18 +175,7 @@ BRIOValueHandle mgcconnect_update_command()
 
 BRIOValueHandle mgcconnect_push_command()
 {
-    return guarded([](BRIOInterface& brio, XServerLUMO& server) -> BRIOValueHandle {
-        if (!allStrings(brio, 3))
-            return nullptr;
-        BRIOValueHandle handles[3] = {};
-        const void* data[3] = {};
-        for (int index = 0; index < 3; ++index)
-            data[index] = fetchString(brio, index, handles[index]);
-        server.SendHighlightRequest(data[0], data[0], data[1], static_cast<const char*>(data[2]));
-        for (BRIOValueHandle handle : handles)
-            release(brio, handle);
-        return brio.return_integer(1);
-    });
+    return highlightCommand(false);
 }
 
 BRIOValueHandle mgcconnect_layoutsend_command()

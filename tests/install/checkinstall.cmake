@@ -50,7 +50,8 @@ endforeach()
 # Without the plug-in the host says where it looked.
 file(REMOVE ${prefix}/${LIBDIR}/libkiva51.so)
 run(3 ${prefix}/bin/lumo-host ${script})
-string(FIND "${output}" "${prefix}/bin/libkiva51.so or ${prefix}/${LIBDIR}/libkiva51.so" at)
+string(FIND "${output}" "lumo-host: no plug-in given and none found at ${prefix}/bin/libkiva51.so \
+or ${prefix}/${LIBDIR}/libkiva51.so; name one with --plugin\n" at)
 if(at EQUAL -1)
     message(FATAL_ERROR "the error does not say where the host looked:\n${output}")
 endif()

@@ -157,7 +157,8 @@ Stand-in for the Lumo design host: loads the plug-in, runs BRIO statements on
 its main thread, performs the plug-in's idle requests and keeps a journal.
 
 Plug-in and host:
-  --plugin PATH         plug-in to load (default: libkiva51.so beside lumo-host)
+  --plugin PATH         plug-in to load (default: libkiva51.so beside lumo-host,
+                        else in the library folder of its installation)
   --workspace DIR       the open workspace (created if missing); without it the
                         workspace query answers the empty string
   --netlists DIR        the netlists folder (default: WORKSPACE/netlists)

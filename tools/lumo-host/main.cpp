@@ -2,6 +2,9 @@
 
 #include <QApplication>
 #include <QByteArray>
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +15,7 @@
 
 #include "hostoptions.h"
 #include "session.h"
+#include "terminal.h"
 
 namespace {
 
@@ -28,6 +32,23 @@ void occupyStandardStreams()
             ::close(opened);
         }
     }
+}
+
+// The plug-in beside the host (the build tree), else in the library folder of
+// its installation. Empty if neither has one; *error then says where it looked.
+std::string defaultPlugin(std::string* error)
+{
+    const QDir folder(QCoreApplication::applicationDirPath());
+    const QStringList candidates = {
+        folder.filePath("libkiva51.so"),
+        QDir::cleanPath(folder.filePath(KIVA_BIN_TO_LIB "/libkiva51.so"))};
+    for (const QString& candidate : candidates) {
+        if (QFileInfo::exists(candidate))
+            return candidate.toStdString();
+    }
+    *error = "no plug-in given and none found at " + candidates.join(" or ").toStdString() +
+             "; name one with --plugin";
+    return {};
 }
 
 } // namespace
@@ -56,8 +77,13 @@ int main(int argc, char** argv)
     QApplication application(qtArgc, argv);
     // The plug-in's settings dialog is often the only window: closing it must not end the host.
     QApplication::setQuitOnLastWindowClosed(false);
-    if (options.plugin.empty())
-        options.plugin = QCoreApplication::applicationDirPath().toStdString() + "/libkiva51.so";
+    if (options.plugin.empty()) {
+        options.plugin = defaultPlugin(&error);
+        if (options.plugin.empty()) {
+            Terminal::printMessage(error);
+            return Session::PluginUnusable;
+        }
+    }
 
     // Never deleted: threads of the plug-in may still reach the host while the process ends.
     auto* session = new Session(options);

@@ -80,6 +80,7 @@ bool DialogAnswerer::eventFilter(QObject* watched, QEvent* event)
         return false;
     auto* dialog = qobject_cast<QDialog*>(watched);
     if (dialog && dialog->isWindow() && dialog->isModal() && m_open.insert(dialog).second) {
+        connect(dialog, &QObject::destroyed, this, &DialogAnswerer::forget, Qt::UniqueConnection);
         // Once the dialog's own event loop runs, as a person would meet it.
         QTimer::singleShot(0, dialog, [this, dialog] { opened(dialog); });
     }
@@ -104,6 +105,11 @@ void DialogAnswerer::opened(QDialog* dialog)
 void DialogAnswerer::closed(QDialog* dialog)
 {
     journal(dialog, "closed", m_answering);
+    m_open.erase(dialog);
+}
+
+void DialogAnswerer::forget(QObject* dialog)
+{
     m_open.erase(dialog);
 }
 

@@ -31,6 +31,8 @@ protected:
 private:
     void opened(QDialog* dialog);
     void closed(QDialog* dialog);
+    // A dialog destroyed without being hidden is no longer one to watch.
+    void forget(QObject* dialog);
     void saveSnapshot(QDialog* dialog);
     void applyEdit(QDialog* dialog, const std::string& name, const std::string& value);
     void answer(QDialog* dialog);

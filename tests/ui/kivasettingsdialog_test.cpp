@@ -286,6 +286,7 @@ TEST_F(KivaSettingsDialogTest, DefaultDialogShowsEveryTextWholeWithTheTipsAsTool
         EXPECT_EQ(control->toolTip(), QLatin1String(tip));
     }
 
+    EXPECT_EQ(widget<QWidget>("formLayoutWidget")->geometry(), QRect(0, 0, 351, 201));
     const QImage picture = dialog->grab().toImage();
     ASSERT_EQ(picture.size(), QSize(376, 275) * picture.devicePixelRatio());
     EXPECT_TRUE(picture.save(QStringLiteral(KIVA_DIALOG_PNG), "PNG")) << KIVA_DIALOG_PNG;

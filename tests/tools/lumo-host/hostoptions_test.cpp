@@ -34,6 +34,7 @@ TEST(HostOptions, RefusesBadCommandLinesWithTheReason)
         {"unknown dialog answer", {"--dialogs", "yes"}, "ok, cancel or close, not \"yes\""},
         {"edit without a value", {"--dialogs", "ok", "--dialog-edit", "box"}, "NAME=VALUE"},
         {"edit without a name", {"--dialogs", "ok", "--dialog-edit", "=true"}, "NAME=VALUE"},
+        {"snapshot without a folder", {"--dialog-snapshot="}, "--dialog-snapshot needs a folder"},
         {"edit without answering", {"--dialog-edit", "box=true"}, "only applies with --dialogs"},
     };
     for (const Case& row : cases) {

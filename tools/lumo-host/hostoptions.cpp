@@ -195,8 +195,8 @@ Dialogs of the plug-in (without --dialogs they wait for a person):
                         before answering, set the control named NAME: a combo
                         box's current entry, a line edit's text, a check box
                         (true or false); repeatable, applied in order
-  --dialog-snapshot DIR save a picture of each dialog as shown, DIR/dialog-N.png
-                        (N counts the dialogs of the run from 1)
+  --dialog-snapshot DIR save a picture of each dialog as shown in DIR, as
+                        dialog-N.png (N counts the dialogs of the run from 1)
 
 Statements, run in the order given:
   -e STATEMENTS         run STATEMENTS (repeatable)

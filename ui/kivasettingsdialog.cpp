@@ -1,10 +1,16 @@
 #include "ui/kivasettingsdialog.h"
 
+#include <QAbstractItemView>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QFontMetrics>
 #include <QLineEdit>
 #include <QStringList>
+#include <QStyle>
+
+#include <algorithm>
+#include <utility>
 
 #include "lumo/brioscript.h"
 
@@ -27,6 +33,7 @@ KivaSettingsDialog::KivaSettingsDialog(Tessel::TesselOptions& options, QWidget* 
     update_combo_box_target_library();
     update_line_edit_exclude_library();
     update_check_box_close_open_cells();
+    showTipsAsToolTips();
 
     connect(m_ui->buttonBox, &QDialogButtonBox::accepted, this, &KivaSettingsDialog::ok);
     connect(m_ui->buttonBox, &QDialogButtonBox::rejected, this, &KivaSettingsDialog::cancel);
@@ -85,6 +92,15 @@ void KivaSettingsDialog::init_combo_box_target_library(std::set<std::string> lib
     QComboBox* comboBox = m_ui->comboBoxTargetLibrary;
     comboBox->clear();
     comboBox->addItems(names);
+    // The list opens wide enough for every name, however narrow the box,
+    // with room for a scroll bar.
+    QAbstractItemView* list = comboBox->view();
+    const QFontMetrics metrics(list->font());
+    int widest = 0;
+    for (const QString& name : names)
+        widest = std::max(widest, metrics.horizontalAdvance(name));
+    list->setMinimumWidth(widest + metrics.averageCharWidth() + 2 * list->frameWidth() +
+                          list->style()->pixelMetric(QStyle::PM_ScrollBarExtent));
 
     const QString target =
         m_options.general().get_option_value(QLatin1String(OptionName::TargetLib));
@@ -136,12 +152,27 @@ void KivaSettingsDialog::save_options()
 
 void KivaSettingsDialog::update_line_edit_exclude_library()
 {
-    m_ui->lineEditExcludeLibrary->setText(
+    QLineEdit* lineEdit = m_ui->lineEditExcludeLibrary;
+    lineEdit->setText(
         m_options.general().get_option_value(QLatin1String(OptionName::ExcludeLibrary)));
+    // A long name is shown from its beginning, not scrolled to its end.
+    lineEdit->setCursorPosition(0);
 }
 
 void KivaSettingsDialog::update_check_box_close_open_cells()
 {
     m_ui->checkBoxOverwriteDesigns->setChecked(
         m_options.general().get_bool_option_value(QLatin1String(OptionName::OverwriteDesigns)));
+}
+
+void KivaSettingsDialog::showTipsAsToolTips()
+{
+    const Tessel::GeneralOptions& general = m_options.general();
+    const std::pair<QWidget*, const char*> controls[] = {
+        {m_ui->comboBoxTargetLibrary, OptionName::TargetLib},
+        {m_ui->lineEditExcludeLibrary, OptionName::ExcludeLibrary},
+        {m_ui->checkBoxOverwriteDesigns, OptionName::OverwriteDesigns},
+    };
+    for (const auto& [control, name] : controls)
+        control->setToolTip(general.get_option_tip(QLatin1String(name)));
 }

@@ -61,6 +61,8 @@ private:
     void update_line_edit_exclude_library();
     // Sets the overwrite box from OverwriteDesigns.
     void update_check_box_close_open_cells();
+    // Each control's tool tip is the tip of the option it edits.
+    void showTipsAsToolTips();
 
     std::unique_ptr<Ui::KivaUISettingsDialog> m_ui;
     Tessel::TesselOptions& m_options;

@@ -15,6 +15,11 @@
 
 namespace Ui {
 
+namespace {
+// Labels wrap within this width, leaving the fields room for a library name.
+constexpr int LabelWidth = 130;
+} // namespace
+
 void KivaUISettingsDialog::setupUi(QDialog* dialog)
 {
     if (dialog->objectName().isEmpty())
@@ -37,6 +42,8 @@ void KivaUISettingsDialog::setupUi(QDialog* dialog)
 
     labelTargetLibrary = new QLabel(formLayoutWidget);
     labelTargetLibrary->setObjectName(QStringLiteral("labelTargetLibrary"));
+    labelTargetLibrary->setWordWrap(true);
+    labelTargetLibrary->setFixedWidth(LabelWidth);
     formLayout->setWidget(0, QFormLayout::LabelRole, labelTargetLibrary);
     comboBoxTargetLibrary = new QComboBox(formLayoutWidget);
     comboBoxTargetLibrary->setObjectName(QStringLiteral("comboBoxTargetLibrary"));
@@ -44,6 +51,8 @@ void KivaUISettingsDialog::setupUi(QDialog* dialog)
 
     labelExcludeLibrary = new QLabel(formLayoutWidget);
     labelExcludeLibrary->setObjectName(QStringLiteral("labelExcludeLibrary"));
+    labelExcludeLibrary->setWordWrap(true);
+    labelExcludeLibrary->setFixedWidth(LabelWidth);
     formLayout->setWidget(1, QFormLayout::LabelRole, labelExcludeLibrary);
     lineEditExcludeLibrary = new QLineEdit(formLayoutWidget);
     lineEditExcludeLibrary->setObjectName(QStringLiteral("lineEditExcludeLibrary"));
@@ -51,6 +60,8 @@ void KivaUISettingsDialog::setupUi(QDialog* dialog)
 
     labelOverwriteDesigns = new QLabel(formLayoutWidget);
     labelOverwriteDesigns->setObjectName(QStringLiteral("labelOverwriteDesigns"));
+    labelOverwriteDesigns->setWordWrap(true);
+    labelOverwriteDesigns->setFixedWidth(LabelWidth);
     formLayout->setWidget(2, QFormLayout::LabelRole, labelOverwriteDesigns);
     checkBoxOverwriteDesigns = new QCheckBox(formLayoutWidget);
     checkBoxOverwriteDesigns->setObjectName(QStringLiteral("checkBoxOverwriteDesigns"));

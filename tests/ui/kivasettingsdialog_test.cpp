@@ -1,12 +1,13 @@
-#include <functional>
 #include <memory>
 #include <vector>
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFile>
+#include <QFontMetrics>
 #include <QFormLayout>
 #include <QImage>
 #include <QLabel>
@@ -115,20 +116,6 @@ protected:
                                      options.general().get_option_tip(QLatin1String(name)));
     }
 
-    // Edits every control as a user would: box ticked, exclusion extended by
-    // "x" (which refills the list), then the last library chosen.
-    void editEveryControl()
-    {
-        QTest::keyClick(checkBox(), Qt::Key_Space);
-        QTest::keyClick(lineEdit(), Qt::Key_End);
-        QTest::keyClicks(lineEdit(), QStringLiteral("x"));
-        QTest::keyClick(comboBox(), Qt::Key_End);
-        ASSERT_EQ(general(OptionName::TargetLib), QStringLiteral("c_lib"));
-        ASSERT_EQ(general(OptionName::ExcludeLibrary), QStringLiteral("Local_Components_libx"));
-        ASSERT_EQ(general(OptionName::OverwriteDesigns), QStringLiteral("true"));
-        ASSERT_EQ(iff(OptionName::ImportOverwriteExistingDesign), QStringLiteral("TRUE"));
-    }
-
     FakeHost host;
     QTemporaryDir dir;
     const QString file = dir.filePath(QStringLiteral("Tessel.opt"));
@@ -219,41 +206,6 @@ TEST_F(KivaSettingsDialogTest, TogglingOverwriteChangesBothOptionsInTheirOwnSpel
     EXPECT_EQ(sets(options), before);
 }
 
-// Ok saves the edits; Cancel returns memory and file to their state at opening;
-// Escape and the close button only reject, keeping the edits in memory unsaved.
-TEST_F(KivaSettingsDialogTest, LeavingKeepsSavesOrRestoresTheEditsByTheWayTaken)
-{
-    enum Kept { EditsSaved, Restored, EditsInMemory };
-    const struct
-    {
-        const char* name;
-        std::function<void()> leave;
-        QDialog::DialogCode result;
-        Kept kept;
-    } ways[] = {
-        {"Ok", [this] { click(QDialogButtonBox::Ok); }, QDialog::Accepted, EditsSaved},
-        {"Cancel", [this] { click(QDialogButtonBox::Cancel); }, QDialog::Rejected, Restored},
-        {"Escape key", [this] { QTest::keyClick(lineEdit(), Qt::Key_Escape); }, QDialog::Rejected,
-         EditsInMemory},
-        {"window closed", [this] { dialog->close(); }, QDialog::Rejected, EditsInMemory},
-    };
-    for (const auto& way : ways) {
-        SCOPED_TRACE(way.name);
-        options.set_options_to_default();
-        setGeneral(OptionName::TargetLib, "b_lib");
-        const Sets atOpening = sets(options);
-        open();
-        editEveryControl();
-        const Sets edited = sets(options);
-
-        way.leave();
-        EXPECT_EQ(dialog->result(), way.result);
-        EXPECT_FALSE(dialog->isVisible());
-        EXPECT_EQ(sets(options), way.kept == Restored ? atOpening : edited);
-        EXPECT_EQ(fileSets(), way.kept == EditsSaved ? edited : atOpening);
-    }
-}
-
 TEST_F(KivaSettingsDialogTest, HelpShowsTheBareTextInTheHostInformationWindow)
 {
     open();
@@ -301,13 +253,40 @@ TEST_F(KivaSettingsDialogTest, FormHoldsTheNamedWidgetsAndTranslatedTexts)
               QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
 }
 
-// Leaves a picture of what the user sees, for people to look at.
-TEST_F(KivaSettingsDialogTest, DefaultDialogRendersToAPicture)
+// Within the fixed size every text shows from its beginning, nothing is
+// clipped, and each control tells its option's tip; leaves a picture of what
+// the user sees, for people to look at.
+TEST_F(KivaSettingsDialogTest, DefaultDialogShowsEveryTextWholeWithTheTipsAsToolTips)
 {
-    host.setLibraries({"rflib", "tessel_lib"});
+    host.setLibraries({"Local_Components_lib", "rflib", "tessel_library_for_imports"});
     options.set_options_to_default();
     open();
     EXPECT_EQ(comboBox()->currentText(), QStringLiteral("rflib"));
+    EXPECT_EQ(lineEdit()->cursorPosition(), 0);
+    EXPECT_EQ(lineEdit()->text(), QStringLiteral("Local_Components_lib"));
+
+    const QFontMetrics comboMetrics(comboBox()->font());
+    for (int index = 0; index < comboBox()->count(); ++index) {
+        SCOPED_TRACE(comboBox()->itemText(index).toStdString());
+        EXPECT_GE(comboBox()->view()->minimumWidth(),
+                  comboMetrics.horizontalAdvance(comboBox()->itemText(index)));
+    }
+    for (QLabel* label : dialog->findChildren<QLabel*>()) {
+        SCOPED_TRACE(label->objectName().toStdString());
+        EXPECT_GE(label->height(), label->heightForWidth(label->width()));
+        EXPECT_GE(label->width(), label->minimumSizeHint().width());
+    }
+
+    const std::pair<QWidget*, const char*> tips[] = {
+        {comboBox(), "Import designs into this library"},
+        {lineEdit(), "Exclude this library from the list of available libraries"},
+        {checkBox(), "Overwrite existing cells on design import"}};
+    for (const auto& [control, tip] : tips) {
+        SCOPED_TRACE(tip);
+        EXPECT_EQ(control->toolTip(), QLatin1String(tip));
+    }
+
+    EXPECT_EQ(widget<QWidget>("formLayoutWidget")->geometry(), QRect(0, 0, 351, 201));
     const QImage picture = dialog->grab().toImage();
     ASSERT_EQ(picture.size(), QSize(376, 275) * picture.devicePixelRatio());
     EXPECT_TRUE(picture.save(QStringLiteral(KIVA_DIALOG_PNG), "PNG")) << KIVA_DIALOG_PNG;

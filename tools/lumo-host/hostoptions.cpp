@@ -96,6 +96,24 @@ bool HostOptions::parse(const std::vector<std::string>& arguments, HostOptions& 
         } else if (argument == "--journal") {
             if (!takeValue(options.journal) || options.journal.empty())
                 return needsValue("a file");
+        } else if (argument == "--dialogs") {
+            if (!takeValue(options.dialogAnswer))
+                return needsValue("ok, cancel or close");
+            if (options.dialogAnswer != "ok" && options.dialogAnswer != "cancel" &&
+                options.dialogAnswer != "close")
+                return fail("--dialogs needs ok, cancel or close, not \"" + options.dialogAnswer +
+                            "\"");
+        } else if (argument == "--dialog-edit") {
+            std::string text;
+            if (!takeValue(text))
+                return needsValue("NAME=VALUE");
+            const std::size_t equals = text.find('=');
+            if (equals == std::string::npos || equals == 0)
+                return fail("--dialog-edit needs NAME=VALUE, not \"" + text + "\"");
+            options.dialogEdits.emplace_back(text.substr(0, equals), text.substr(equals + 1));
+        } else if (argument == "--dialog-snapshot") {
+            if (!takeValue(options.dialogSnapshots) || options.dialogSnapshots.empty())
+                return needsValue("a folder");
         } else if (argument == "-e") {
             Source source;
             if (!takeValue(source.text))
@@ -144,6 +162,8 @@ bool HostOptions::parse(const std::vector<std::string>& arguments, HostOptions& 
         return fail("--until only applies with --serve");
     if (!serveSeen && options.timeoutSeconds > 0)
         return fail("--timeout only applies with --serve");
+    if (options.dialogAnswer.empty() && !options.dialogEdits.empty())
+        return fail("--dialog-edit only applies with --dialogs");
     if (options.sources.empty())
         options.sources.push_back({Source::Kind::StandardInput, {}, "stdin"});
     return true;
@@ -168,6 +188,17 @@ Plug-in and host:
   --fail FUNCTION       every statement calling FUNCTION fails (repeatable)
   --journal FILE        write one JSON record per line to FILE
 
+Dialogs of the plug-in (without --dialogs they wait for a person):
+  --dialogs ANSWER      answer every modal dialog as soon as it is shown:
+                        ok (press Ok), cancel (press Cancel) or close (close
+                        the window as its close button does)
+  --dialog-edit NAME=VALUE
+                        before answering, set the control named NAME: a combo
+                        box's current entry, a line edit's text, a check box
+                        (true or false); repeatable, applied in order
+  --dialog-snapshot DIR save a picture of each dialog as shown in DIR, as
+                        dialog-N.png (N counts the dialogs of the run from 1)
+
 Statements, run in the order given:
   -e STATEMENTS         run STATEMENTS (repeatable)
   SCRIPT.brio           run the statements of a file
@@ -184,9 +215,10 @@ Serving:
 
   -h, --help            show this help
 
-Exit status: 0 done; 1 a statement failed or a script could not be read or
-parsed; 2 bad command line, journal or workspace; 3 the plug-in could not be
-loaded; 4 --timeout passed before --until was met.
+Exit status: 0 done; 1 a statement failed, a script could not be read or
+parsed, a --dialog-edit could not be applied or a snapshot not saved; 2 bad
+command line, journal, workspace or snapshot folder; 3 the plug-in could not
+be loaded; 4 --timeout passed before --until was met.
 Files written in the workspace and the journal records: see README.md.
 )";
 }

@@ -3,6 +3,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct HostOptions
@@ -30,6 +31,11 @@ struct HostOptions
     std::string untilFunction; // empty: no --until
     int untilCount = 0;
     double timeoutSeconds = 0.0; // 0: no --timeout
+    // How every modal dialog is answered: empty (a person answers), "ok",
+    // "cancel" or "close"; the edits, object name and value, applied first.
+    std::string dialogAnswer;
+    std::vector<std::pair<std::string, std::string>> dialogEdits;
+    std::string dialogSnapshots; // empty: no pictures
 
     // Parses the arguments after the program name; false and a reason otherwise.
     static bool parse(const std::vector<std::string>& arguments, HostOptions& options,

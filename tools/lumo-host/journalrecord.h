@@ -20,6 +20,8 @@ public:
     JournalRecord& add(const char* key, const std::vector<BRIOValue>& values);
     JournalRecord& add(const char* key, const std::vector<std::string>& texts);
     JournalRecord& addNull(const char* key);
+    // `json` is taken as it is: an encoded JSON value.
+    JournalRecord& addJson(const char* key, const std::string& json) { return addRaw(key, json); }
 
     // The object, without a line feed.
     std::string text() const { return m_text + "}"; }

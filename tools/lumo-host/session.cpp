@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "brioparser.h"
+#include "dialoganswerer.h"
 #include "journalrecord.h"
 #include "signalnotifier.h"
 #include "standardinput.h"
@@ -49,6 +50,12 @@ bool Session::prepare(int* status)
         return false;
     }
     m_signals = new SignalNotifier([this](int signal) { onSignal(signal); }, this);
+    m_dialogs = new DialogAnswerer(m_options, m_journal, this);
+    if (!m_dialogs->start(&error)) {
+        Terminal::printMessage(error);
+        *status = Usage;
+        return false;
+    }
 
     if (!m_plugin.load(m_options.plugin, &error)) {
         m_journal.write(JournalRecord("load_error").add("text", error));
@@ -225,8 +232,9 @@ void Session::quit(int status)
 
 int Session::plannedEndStatus() const
 {
-    // Statements from standard input go on after a failure; the status still tells of it.
-    return m_inputFailed ? StatementFailed : Done;
+    // Statements from standard input go on after a failure, and a dialog after
+    // an edit that could not be applied; the status still tells of it.
+    return m_inputFailed || (m_dialogs && m_dialogs->failed()) ? StatementFailed : Done;
 }
 
 void Session::onCall(const std::string& name, int count)

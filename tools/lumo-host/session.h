@@ -21,6 +21,7 @@
 #include "scriptengine.h"
 #include "workspace.h"
 
+class DialogAnswerer;
 class QTimer;
 class SignalNotifier;
 class StandardInput;
@@ -80,6 +81,7 @@ private:
     PluginLibrary m_plugin;
 
     SignalNotifier* m_signals = nullptr;
+    DialogAnswerer* m_dialogs = nullptr;
     StandardInput* m_input = nullptr;
     QTimer* m_timeout = nullptr;
     std::size_t m_nextSource = 0;

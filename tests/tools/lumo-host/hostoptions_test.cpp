@@ -31,6 +31,11 @@ TEST(HostOptions, RefusesBadCommandLinesWithTheReason)
          "at most 2147483 seconds"},
         {"flag given a value", {"--no-brio=yes"}, "--no-brio takes no value"},
         {"empty library name", {"--library="}, "--library needs a library name"},
+        {"unknown dialog answer", {"--dialogs", "yes"}, "ok, cancel or close, not \"yes\""},
+        {"edit without a value", {"--dialogs", "ok", "--dialog-edit", "box"}, "NAME=VALUE"},
+        {"edit without a name", {"--dialogs", "ok", "--dialog-edit", "=true"}, "NAME=VALUE"},
+        {"snapshot without a folder", {"--dialog-snapshot="}, "--dialog-snapshot needs a folder"},
+        {"edit without answering", {"--dialog-edit", "box=true"}, "only applies with --dialogs"},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -46,7 +51,8 @@ TEST(HostOptions, HelpNamesEveryOption)
     const std::string help = HostOptions::helpText();
     for (const char* option :
          {"--plugin", "--workspace", "--netlists", "--library", "--brio-version", "--no-brio",
-          "--fail", "--journal", "-e", "--serve", "--until", "--timeout", "--help"}) {
+          "--fail", "--journal", "--dialogs", "--dialog-edit", "--dialog-snapshot", "-e", "--serve",
+          "--until", "--timeout", "--help"}) {
         SCOPED_TRACE(option);
         EXPECT_NE(help.find(option), std::string::npos);
     }

@@ -44,6 +44,8 @@ void expectJournalFields(const QJsonObject& record)
         {"script", "line,ok,source,text"},
         {"bad_handle", "operation"},
         {"bad_thread", "operation"},
+        {"dialog", "answer,controls,when"},
+        {"dialog_error", "text"},
         {"exit", "code,unreleased"}};
     const QString event = record.value("event").toString();
     ASSERT_TRUE(fields.count(event)) << "unknown event " << event.toStdString();

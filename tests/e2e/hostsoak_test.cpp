@@ -1,0 +1,110 @@
+// Long runs against lumo-host with the plug-in, behind the `soak` label: a
+// flood of connections that never announce themselves.
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QRegularExpression>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "e2e.h"
+#include "peerprocess.h"
+
+namespace {
+
+int connectSilently(int port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The most memory a process has held, in MB (VmHWM).
+long peakMegabytes(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').front().toLong() / 1024;
+    return -1;
+}
+
+} // namespace
+
+TEST(HostSoak, FloodOfSilentConnectionsAgainstAHostOf1024FilesIsReportedBoundedly)
+{
+    constexpr int kFlood = 1500;
+    // The host gets 1,024 files; this process needs more for the flood.
+    rlimit files{};
+    ::getrlimit(RLIMIT_NOFILE, &files);
+    rlimit hostFiles = files;
+    hostFiles.rlim_cur = std::min<rlim_t>(1024, files.rlim_max);
+    ::setrlimit(RLIMIT_NOFILE, &hostFiles);
+    HostProcess host(E2E::hostArguments());
+    files.rlim_cur = files.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &files);
+    const int port = E2E::startBridge(host);
+    ASSERT_GT(port, 0);
+
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<int> flood;
+    for (int i = 0; i < kFlood; ++i) {
+        const int fd = connectSilently(port);
+        ASSERT_GE(fd, 0) << i;
+        flood.push_back(fd);
+        if (i == kFlood / 2) {
+            ASSERT_EQ(PeerProcess::send(port, "DXD", {E2E::example("netlist.json")}), 0);
+        }
+    }
+    const std::vector<QJsonObject> created =
+        host.waitFor({"call", "function", "mgclink_create_design"});
+    ASSERT_EQ(created.size(), 1u);
+    EXPECT_TRUE(created[0].value("ok").toBool());
+
+    // Every silent connection ends: made room for, or timed out.
+    const QRegularExpression summary(QStringLiteral("\u2026 and (\\d+) more "));
+    long accounted = 0;
+    std::size_t reports = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (accounted < kFlood && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        const std::vector<QJsonObject> errors =
+            host.seen().records({"info", "text", "Tessel Error: "});
+        reports = errors.size();
+        accounted = 0;
+        for (const QJsonObject& error : errors) {
+            const QRegularExpressionMatch match = summary.match(error.value("text").toString());
+            accounted += match.hasMatch() ? match.captured(1).toLong() : 1;
+        }
+    }
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::printf("lumo-host, silent flood: %d connections, %zu reports in %.1f s, peak memory "
+                "%ld MB\n",
+                kFlood, reports, seconds, peakMegabytes(host.process().processId()));
+    EXPECT_EQ(accounted, kFlood);
+    // Ten reports a second and a summary for each of the two reasons.
+    EXPECT_LE(reports, static_cast<std::size_t>(12 * (seconds + 1)));
+    for (const int fd : flood)
+        ::close(fd);
+    EXPECT_EQ(host.finish().exitCode, 0);
+}

@@ -835,22 +835,24 @@ void BridgeTransport::report(const std::string& text, const std::string& reason)
         m_queue.push({{}, {}, text, 0});
         return;
     }
-    const bool aboutAPeer = !reason.empty();
-    const std::string& key = aboutAPeer ? reason : text;
-    auto held =
-        std::find_if(m_heldReports.begin(), m_heldReports.end(), [&](const HeldReports& entry) {
-            return entry.aboutAPeer == aboutAPeer && entry.reason == key;
-        });
-    if (held == m_heldReports.end()) {
-        // The summaries are bounded too: the last one takes every other reason.
-        if (static_cast<int>(m_heldReports.size()) + 1 < m_active.reportsPerSecond)
-            held = m_heldReports.insert(held, {key, aboutAPeer, 0});
-        else if (m_heldReports.empty() || !m_heldReports.back().reason.empty() ||
-                 m_heldReports.back().aboutAPeer)
-            held = m_heldReports.insert(held, {{}, false, 0});
-        else
-            held = m_heldReports.end() - 1;
+    bool aboutAPeer = !reason.empty();
+    std::string key = aboutAPeer ? reason : text;
+    const auto find = [&] {
+        return std::find_if(m_heldReports.begin(), m_heldReports.end(),
+                            [&](const HeldReports& entry) {
+                                return entry.aboutAPeer == aboutAPeer && entry.reason == key;
+                            });
+    };
+    auto held = find();
+    // The summaries are bounded too: the last one takes every other reason.
+    if (held == m_heldReports.end() &&
+        static_cast<int>(m_heldReports.size()) + 1 >= m_active.reportsPerSecond) {
+        key.clear();
+        aboutAPeer = false;
+        held = find();
     }
+    if (held == m_heldReports.end())
+        held = m_heldReports.insert(held, {key, aboutAPeer, 0});
     ++held->count;
 }
 

@@ -165,8 +165,9 @@ TEST_F(BridgeConnectionLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilen
     limits.acceptPauseMs = 50;
     const int port = start(limits);
     // Queued while accepting fails, then accepted in this order: the first
-    // stays silent, the second announces itself before it is accepted.
-    RawSocket silent, announcing, third, fourth;
+    // stays silent, the second announces itself before it is accepted, the
+    // others stay silent.
+    RawSocket silent, announcing, third, fourth, fifth;
     {
         DescriptorExhaustion exhaustion;
         const Clock::time_point failingSince = Clock::now();
@@ -176,6 +177,7 @@ TEST_F(BridgeConnectionLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilen
         announcing.send(kHello);
         ASSERT_TRUE(third.connect(port));
         ASSERT_TRUE(fourth.connect(port));
+        ASSERT_TRUE(fifth.connect(port));
         expectHonestPeerServed();
         ASSERT_TRUE(
             waitUntil([&] { return Testing::transportStats(m_bridge).failedAccepts >= 3; }));
@@ -191,16 +193,16 @@ TEST_F(BridgeConnectionLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilen
 
     ASSERT_TRUE(m_bridge.waitForPeerCount(2));
     EXPECT_EQ(m_bridge.connected(), (Peers{{"DXD", 1}, {"BAD", 2}}));
-    ASSERT_TRUE(m_bridge.waitForErrors(2));
-    EXPECT_EQ(m_bridge.errors()[1], "peer at " + silent.address() +
-                                        ": closed to make room for newer connections; "
-                                        "connection closed");
+    ASSERT_TRUE(m_bridge.waitForErrors(3));
+    const std::string evicted = ": closed to make room for newer connections; connection closed";
+    EXPECT_EQ(m_bridge.errors()[1], "peer at " + silent.address() + evicted);
+    EXPECT_EQ(m_bridge.errors()[2], "peer at " + third.address() + evicted);
     const auto farewell = silent.framesUntilClosed();
     ASSERT_EQ(farewell.size(), 1u);
     EXPECT_EQ(farewell[0].second, "closed to make room for newer connections");
     EXPECT_TRUE(waitUntil([&] { return openConnections() == 4; }));
     expectHonestPeerServed();
-    EXPECT_EQ(m_bridge.errors().size(), 2u);
+    EXPECT_EQ(m_bridge.errors().size(), 3u);
 }
 
 TEST_F(BridgeConnectionLimits, ConnectionBeyondTheTotalIsRefusedWithTheReason)

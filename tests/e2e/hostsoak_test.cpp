@@ -1,5 +1,6 @@
 // Long runs against lumo-host with the plug-in, behind the `soak` label: a
-// flood of connections that never announce themselves.
+// flood of connections that never announce themselves, and a layout peer
+// that never reads.
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 
 #include "e2e.h"
 #include "peerprocess.h"
+#include "rfmsg/wirecodec.h"
 
 namespace {
 
@@ -90,5 +92,49 @@ TEST(HostSoak, FloodOfSilentConnectionsAgainstAHostOf1024FilesIsReportedBoundedl
     // Ten reports a second and a summary for each of the two reasons.
     EXPECT_LE(reports, static_cast<std::size_t>(12 * (seconds + 1)));
     flood.clear();
+    EXPECT_EQ(host.finish().exitCode, 0);
+}
+
+TEST(HostSoak, LayoutPeerThatNeverReadsCostsTheHostAtMostTheHardLimit)
+{
+    constexpr int kDesigns = 40;
+    HostProcess host(E2E::hostArguments());
+    const int port = E2E::startBridge(host);
+    ASSERT_GT(port, 0);
+    QTcpSocket layout;
+    layout.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 4096);
+    layout.connectToHost(QHostAddress::LocalHost, static_cast<quint16>(port));
+    ASSERT_TRUE(layout.waitForConnected(20000));
+    layout.write(QByteArray::fromStdString(RFMsgExp::Wire::encodeHello({"BSXE"}).flatten()));
+    ASSERT_TRUE(layout.waitForBytesWritten(20000));
+
+    // Designs of 8 MB: the two files of 4 MB each that the command sends.
+    const auto write = [&host](const QString& name, char fill) {
+        QFile file(host.path(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(4 << 20, fill));
+        return file.fileName();
+    };
+    const QString schematic = write("big.sch.iff", 'S');
+    const QString board = write("big.lay.iff", 'L');
+    for (int i = 0; i < kDesigns; ++i)
+        E2E::command(host, "mgcconnect_designsend_command(\"" + schematic + "\", \"" + board +
+                               R"(", "big_top", "lna", "C:\\designs\\big");)");
+    const std::vector<QJsonObject> errors = host.waitFor({"info", "text", "Tessel Error: "});
+    const QString error = errors.front().value("text").toString();
+    std::printf("lumo-host, non-reading layout peer: %s; peak memory %ld MB\n",
+                error.toStdString().c_str(), peakMegabytes(host.process().processId()));
+    const QRegularExpressionMatch waiting =
+        QRegularExpression(
+            QStringLiteral("peer BSXE \\(1\\) at 127\\.0\\.0\\.1:\\d+: does not read "
+                           "what the bridge sends \\((\\d+)\\.\\d MB waiting\\)"))
+            .match(error);
+    ASSERT_TRUE(waiting.hasMatch()) << error.toStdString();
+    EXPECT_LE(waiting.captured(1).toInt(), 256 + 8);
+
+    ASSERT_EQ(PeerProcess::send(port, "DXD", {E2E::example("netlist.json")}), 0);
+    const std::vector<QJsonObject> created =
+        host.waitFor({"call", "function", "mgclink_create_design"});
+    EXPECT_TRUE(created.front().value("ok").toBool());
     EXPECT_EQ(host.finish().exitCode, 0);
 }

@@ -1,5 +1,6 @@
 #include "rfmsg/bridgeconnection.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <vector>
 
@@ -39,12 +40,23 @@ bool BridgeConnection::send(std::shared_ptr<const std::string> frame)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     const WantsWriteUpdate update{*this};
-    if (m_fd < 0 || m_sendError != 0)
+    if (m_fd < 0 || m_sendError != 0 || m_overflow != 0)
         return false;
     if (!m_queue.empty()) {
-        // The network role is already waiting to write the queue.
+        // A single message over the limit may wait, but not on top of others.
+        if (m_waiting + frame->size() > m_hardLimit) {
+            m_overflow = m_waiting + frame->size();
+            m_queue.clear();
+            m_waiting = 0;
+            return true;
+        }
+        // The network role is already waiting to write the queue; it is woken
+        // only to time the soft limit once the queue goes over it.
+        m_waiting += frame->size();
+        const bool overSoftNow =
+            m_waiting > m_softLimit && m_waiting - frame->size() <= m_softLimit;
         m_queue.push_back(std::move(frame));
-        return false;
+        return overSoftNow;
     }
     const iovec piece{const_cast<char*>(frame->data()), frame->size()};
     const long sent = SocketIo::sendSome(m_fd, &piece, 1);
@@ -55,8 +67,32 @@ bool BridgeConnection::send(std::shared_ptr<const std::string> frame)
         return true;
     }
     m_sentOfFront = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+    m_waiting = frame->size() - m_sentOfFront;
     m_queue.push_back(std::move(frame));
     return true;
+}
+
+void BridgeConnection::limitSendQueue(std::size_t hardLimit, std::size_t softLimit)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_hardLimit = hardLimit;
+    m_softLimit = softLimit;
+}
+
+std::size_t BridgeConnection::sendQueueExcess(std::chrono::steady_clock::time_point now,
+                                              std::chrono::milliseconds softFor,
+                                              std::chrono::steady_clock::time_point& nextCheck)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_overflow != 0)
+        return m_overflow;
+    if (m_overSoftSince == std::chrono::steady_clock::time_point())
+        return 0;
+    const auto deadline = m_overSoftSince + softFor;
+    if (deadline <= now)
+        return m_waiting;
+    nextCheck = std::min(nextCheck, deadline);
+    return 0;
 }
 
 bool BridgeConnection::flush(std::string& error)
@@ -77,6 +113,7 @@ bool BridgeConnection::flush(std::string& error)
             m_sendError = errno;
             break;
         }
+        m_waiting -= static_cast<std::size_t>(sent);
         while (sent > 0) {
             const std::size_t left = m_queue.front()->size() - m_sentOfFront;
             if (static_cast<std::size_t>(sent) < left) {
@@ -102,6 +139,10 @@ bool BridgeConnection::wantsWrite()
 
 void BridgeConnection::updateWantsWrite()
 {
+    if (m_waiting <= m_softLimit)
+        m_overSoftSince = {};
+    else if (m_overSoftSince == std::chrono::steady_clock::time_point())
+        m_overSoftSince = std::chrono::steady_clock::now();
     m_wantsWrite.store(m_fd >= 0 && (!m_queue.empty() || m_sendError != 0),
                        std::memory_order_release);
 }
@@ -114,6 +155,7 @@ void BridgeConnection::close()
         ::close(m_fd);
     m_fd = -1;
     m_queue.clear();
+    m_waiting = 0;
 }
 
 void BridgeConnection::closeWith(const std::string& frame)
@@ -146,6 +188,7 @@ void BridgeConnection::closeWith(const std::string& frame)
     ::close(m_fd);
     m_fd = -1;
     m_queue.clear();
+    m_waiting = 0;
 }
 
 bool BridgeConnection::isOpen()

@@ -27,8 +27,19 @@ public:
     BridgeConnection& operator=(const BridgeConnection&) = delete;
 
     // Any thread. Sends what the socket takes at once and queues the rest.
-    // True when the network role has to be woken to write the rest.
+    // True when the network role has to be woken: to write the rest, to time
+    // the soft limit, or to close a peer whose queue went over its hard limit
+    // (the queue is then dropped at once, and so is everything sent later).
     bool send(std::shared_ptr<const std::string> frame);
+    // Bounds of the bytes waiting to be sent; set before the first send.
+    void limitSendQueue(std::size_t hardLimit, std::size_t softLimit);
+    // The bytes that were waiting when the queue went over its hard limit, or
+    // that wait now when it has been over its soft limit for `softFor`; 0
+    // while neither. `nextCheck` becomes the soft limit's deadline, if it
+    // runs and is earlier.
+    std::size_t sendQueueExcess(std::chrono::steady_clock::time_point now,
+                                std::chrono::milliseconds softFor,
+                                std::chrono::steady_clock::time_point& nextCheck);
     // Network thread: writes queued bytes while the socket takes them.
     // False with `error` when the connection broke (now or in an earlier send).
     bool flush(std::string& error);
@@ -76,6 +87,13 @@ private:
     std::atomic<bool> m_wantsWrite{false};
     std::size_t m_sentOfFront = 0;
     int m_sendError = 0;
+    // Bytes of m_queue not sent yet, and what they may reach.
+    std::size_t m_waiting = 0;
+    std::size_t m_hardLimit = SIZE_MAX;
+    std::size_t m_softLimit = SIZE_MAX;
+    std::size_t m_overflow = 0;
+    // Since when m_waiting is over the soft limit (the epoch: it is not).
+    std::chrono::steady_clock::time_point m_overSoftSince;
 };
 
 } // namespace RFMsgExp

@@ -34,8 +34,10 @@ constexpr std::uint64_t kListenToken = 1;
 // The two threads.
 constexpr int kDeliverer = 0;
 constexpr int kHelper = 1;
-// After a failed accept (out of descriptors, say) the listener rests this long.
-constexpr auto kAcceptRest = std::chrono::milliseconds(100);
+// After waiting for the connections failed, the network role rests this long.
+constexpr auto kWaitRest = std::chrono::milliseconds(100);
+// Starts the summary of fault reports held back in the last second.
+constexpr const char* kSummaryStart = "\u2026 and ";
 
 bool equalIgnoringCase(const std::string& a, const std::string& b)
 {
@@ -58,6 +60,21 @@ int millisecondsUntil(Clock::time_point when, Clock::time_point now)
         return 0;
     // Round up so that poll() does not wake just before the deadline.
     return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(when - now).count());
+}
+
+// Bytes in MB (1,048,576 bytes) to one decimal, rounded up: "0.1" for a single byte.
+std::string megabytesText(std::size_t bytes)
+{
+    const std::size_t tenths = (bytes * 10 + (1u << 20) - 1) >> 20;
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
+}
+
+std::string summaryText(long count, const std::string& reason, bool aboutAPeer)
+{
+    const std::string more = kSummaryStart + std::to_string(count) + " more ";
+    if (!aboutAPeer)
+        return more + (reason.empty() ? "reports of other faults" : "times: " + reason);
+    return more + (count == 1 ? "connection closed: " : "connections closed: ") + reason;
 }
 
 std::shared_ptr<const std::string> frameOf(Wire::FrameEncoder&& encoder)
@@ -126,6 +143,10 @@ void BridgeTransport::listen(int& port, int flags)
     m_listenWatched = 0;
     m_listenFd = listenFd;
     m_acceptRestUntil = Clock::time_point();
+    m_acceptFailing = false;
+    m_reportWindowEnd = Clock::time_point();
+    m_reportsInWindow = 0;
+    m_heldReports.clear();
     m_stopNetwork = false;
     std::lock_guard<std::mutex> roles(m_roleMutex);
     if (m_workers.empty()) {
@@ -285,6 +306,7 @@ Testing::TransportStats BridgeTransport::stats()
     stats.queuedHighWater = m_queue.highWater();
     stats.pausedConnections = m_paused.load();
     stats.openConnections = m_open.load();
+    stats.failedAccepts = m_failedAccepts.load();
     return stats;
 }
 
@@ -478,7 +500,14 @@ void BridgeTransport::pollOnce()
     epoll_event event{};
     event.data.u64 = kListenToken;
     watch(m_listenFd, m_listenWatched, acceptResting ? 0u : std::uint32_t(EPOLLIN), event);
+    Clock::time_point nextCheck = Clock::time_point::max();
+    if (!m_heldReports.empty())
+        nextCheck = m_reportWindowEnd;
+    const std::chrono::milliseconds softFor(m_active.sendQueueSoftTimeoutMs);
     for (const Connection& connection : m_connections) {
+        // Over a limit: closed below, without waiting for an event.
+        if (connection->sendQueueExcess(now, softFor, nextCheck) != 0)
+            nextCheck = now;
         std::uint32_t wanted = 0;
         if (!connection->pending)
             wanted |= EPOLLIN | EPOLLRDHUP;
@@ -493,18 +522,18 @@ void BridgeTransport::pollOnce()
             timeout = timeout < 0 ? left : std::min(timeout, left);
         }
     }
+    if (nextCheck != Clock::time_point::max()) {
+        const int left = millisecondsUntil(nextCheck, now);
+        timeout = timeout < 0 ? left : std::min(timeout, left);
+    }
     m_events.resize(m_connections.size() + 2);
     const int ready =
         ::epoll_wait(m_epollFd, m_events.data(), static_cast<int>(m_events.size()), timeout);
     if (ready < 0) {
         if (errno != EINTR) {
             // Not expected with valid descriptors; rest a little rather than spin.
-            m_queue.push(
-                {{},
-                 {},
-                 "the bridge cannot wait for its connections: " + SocketIo::errorText(errno),
-                 0});
-            m_acceptRestUntil = Clock::now() + kAcceptRest;
+            report("the bridge cannot wait for its connections: " + SocketIo::errorText(errno), {});
+            m_acceptRestUntil = Clock::now() + kWaitRest;
         }
         return;
     }
@@ -548,16 +577,22 @@ void BridgeTransport::pollOnce()
         }
     }
     if (accepting && !acceptPeers())
-        m_acceptRestUntil = Clock::now() + kAcceptRest;
+        m_acceptRestUntil = Clock::now() + std::chrono::milliseconds(m_active.acceptPauseMs);
     for (const Connection& connection : m_connections)
         if (connection->pending && connection->isOpen())
             resume(connection);
     now = Clock::now();
-    for (const Connection& connection : m_connections)
-        if (connection->isOpen() && !connection->announced() &&
-            connection->handshakeDeadline <= now)
+    for (const Connection& connection : m_connections) {
+        if (!connection->isOpen())
+            continue;
+        if (!connection->announced() && connection->handshakeDeadline <= now)
             fail(connection,
                  "did not announce itself within " + durationText(m_active.handshakeTimeoutMs));
+        else if (const std::size_t waiting = connection->sendQueueExcess(now, softFor, nextCheck))
+            fail(connection,
+                 "does not read what the bridge sends (" + megabytesText(waiting) + " MB waiting)");
+    }
+    summarizeReports(now);
     m_connections.erase(
         std::remove_if(m_connections.begin(), m_connections.end(),
                        [](const Connection& connection) { return !connection->isOpen(); }),
@@ -579,17 +614,57 @@ bool BridgeTransport::acceptPeers()
                 continue;
             if (errno == EAGAIN || errno == EWOULDBLOCK)
                 return true;
-            m_queue.push({{},
-                          {},
-                          "the bridge cannot accept a connection on port " +
-                              std::to_string(port()) + ": " + SocketIo::errorText(errno),
-                          0});
+            ++m_failedAccepts;
+            // Once for as long as it fails: the listener rests and tries again.
+            if (!m_acceptFailing)
+                report("the bridge cannot accept a connection on port " + std::to_string(port()) +
+                           ": " + SocketIo::errorText(errno),
+                       {});
+            m_acceptFailing = true;
             return false;
         }
+        m_acceptFailing = false;
         SocketIo::setNoDelay(fd);
-        m_connections.push_back(std::make_shared<BridgeConnection>(
+        const Connection connection = std::make_shared<BridgeConnection>(
             fd, address, m_active.frameLimit,
-            Clock::now() + std::chrono::milliseconds(m_active.handshakeTimeoutMs)));
+            Clock::now() + std::chrono::milliseconds(m_active.handshakeTimeoutMs));
+        connection->limitSendQueue(m_active.sendQueueHardLimit, m_active.sendQueueSoftLimit);
+        if (openConnections() >= m_active.maxConnections) {
+            const std::string why = "the bridge serves " + std::to_string(m_active.maxConnections) +
+                                    " connections already";
+            closeAndReport(connection, why, why);
+            continue;
+        }
+        makeRoomForUnannounced();
+        m_connections.push_back(connection);
+    }
+}
+
+int BridgeTransport::openConnections()
+{
+    return static_cast<int>(
+        std::count_if(m_connections.begin(), m_connections.end(),
+                      [](const Connection& connection) { return connection->isOpen(); }));
+}
+
+void BridgeTransport::makeRoomForUnannounced()
+{
+    int unannounced = static_cast<int>(
+        std::count_if(m_connections.begin(), m_connections.end(), [](const Connection& connection) {
+            return connection->isOpen() && !connection->announced();
+        }));
+    for (const Connection& connection : m_connections) {
+        if (unannounced < m_active.maxUnannouncedConnections)
+            return;
+        if (!connection->isOpen() || connection->announced())
+            continue;
+        // What it sent already is read first: a peer whose HELLO waits stays.
+        readFrom(connection);
+        if (connection->isOpen() && !connection->announced()) {
+            const std::string why = "closed to make room for newer connections";
+            closeAndReport(connection, why, why);
+        }
+        --unannounced;
     }
 }
 
@@ -733,12 +808,61 @@ void BridgeTransport::endOfStream(const Connection& connection)
 
 void BridgeTransport::fail(const Connection& connection, const std::string& what)
 {
+    closeAndReport(connection, what, "this peer " + what);
+}
+
+void BridgeTransport::closeAndReport(const Connection& connection, const std::string& what,
+                                     const std::string& farewell)
+{
     const std::string text = connection->describe() + ": " + what + "; connection closed";
     unlist(connection);
     // Best effort: tell the peer why.
-    connection->closeWith(Wire::encodeClose("this peer " + what).flatten());
+    connection->closeWith(Wire::encodeClose(farewell).flatten());
     closeConnection(connection);
-    m_queue.push({{}, {}, text, 0});
+    report(text, what);
+}
+
+void BridgeTransport::report(const std::string& text, const std::string& reason)
+{
+    const Clock::time_point now = Clock::now();
+    summarizeReports(now);
+    if (now >= m_reportWindowEnd) {
+        m_reportWindowEnd = now + std::chrono::seconds(1);
+        m_reportsInWindow = 0;
+    }
+    if (m_reportsInWindow < m_active.reportsPerSecond) {
+        ++m_reportsInWindow;
+        m_queue.push({{}, {}, text, 0});
+        return;
+    }
+    bool aboutAPeer = !reason.empty();
+    std::string key = aboutAPeer ? reason : text;
+    const auto find = [&] {
+        return std::find_if(m_heldReports.begin(), m_heldReports.end(),
+                            [&](const HeldReports& entry) {
+                                return entry.aboutAPeer == aboutAPeer && entry.reason == key;
+                            });
+    };
+    auto held = find();
+    // The summaries are bounded too: the last one takes every other reason.
+    if (held == m_heldReports.end() &&
+        static_cast<int>(m_heldReports.size()) + 1 >= m_active.reportsPerSecond) {
+        key.clear();
+        aboutAPeer = false;
+        held = find();
+    }
+    if (held == m_heldReports.end())
+        held = m_heldReports.insert(held, {key, aboutAPeer, 0});
+    ++held->count;
+}
+
+void BridgeTransport::summarizeReports(Clock::time_point now)
+{
+    if (m_heldReports.empty() || now < m_reportWindowEnd)
+        return;
+    for (const HeldReports& held : m_heldReports)
+        m_queue.push({{}, {}, summaryText(held.count, held.reason, held.aboutAPeer), 0});
+    m_heldReports.clear();
 }
 
 void BridgeTransport::closeConnection(const Connection& connection)

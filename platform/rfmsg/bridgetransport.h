@@ -79,12 +79,23 @@ private:
     // Brings the epoll registration of `fd` from `watched` to `wanted` events.
     void watch(int fd, std::uint32_t& watched, std::uint32_t wanted, epoll_event event);
     bool acceptPeers();
+    int openConnections();
+    // Closes unannounced connections, oldest first, until one more fits.
+    void makeRoomForUnannounced();
     void readFrom(const Connection& connection);
     void processFrames(const Connection& connection);
     void handleFrame(const Connection& connection);
     void announce(const Connection& connection, const char* payload, std::size_t size);
     void endOfStream(const Connection& connection);
     void fail(const Connection& connection, const std::string& what);
+    // Closes, saying `farewell` to the peer, and reports `what`.
+    void closeAndReport(const Connection& connection, const std::string& what,
+                        const std::string& farewell);
+    // Hands a fault report to OnError, or sums it up under `reason` (empty:
+    // not about one peer) once this second's reports are used up.
+    void report(const std::string& text, const std::string& reason);
+    // At the end of a second: one report for each reason held back.
+    void summarizeReports(Clock::time_point now);
     void closeConnection(const Connection& connection);
     void unlist(const Connection& connection);
     void resume(const Connection& connection);
@@ -121,6 +132,19 @@ private:
     Connections m_connections;
     Testing::TransportLimits m_active;
     Clock::time_point m_acceptRestUntil;
+    // accept() failed, and that was reported; until it works again.
+    bool m_acceptFailing = false;
+    std::atomic<long> m_failedAccepts{0};
+    // Fault reports of the second that ends at m_reportWindowEnd.
+    struct HeldReports
+    {
+        std::string reason;
+        bool aboutAPeer;
+        long count;
+    };
+    Clock::time_point m_reportWindowEnd;
+    int m_reportsInWindow = 0;
+    std::vector<HeldReports> m_heldReports;
     int m_epollFd = -1;
     std::uint32_t m_listenWatched = 0;
     std::vector<epoll_event> m_events;

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <mutex>
 #include <stdexcept>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -37,6 +38,9 @@ struct PeerClient::State
     // by the owning thread, so a concurrent receive() never sees it reused.
     std::atomic<bool> open{false};
     std::mutex sendMutex;
+    // Held by whoever uses the reader: receive(), or send() while it reads
+    // ahead so that the bridge never waits for this peer to read.
+    std::mutex readMutex;
     std::unique_ptr<Wire::FrameReader> reader;
     std::uint32_t frameLimit = Wire::kDefaultFrameLimit;
     std::string bridge;
@@ -126,15 +130,45 @@ struct PeerClient::State
         return true;
     }
 
+    // Takes in what the bridge sent, without waiting, unless a receive() on
+    // another thread does so already; receive() hands it out later.
+    void readAhead()
+    {
+        std::unique_lock<std::mutex> reading(readMutex, std::try_to_lock);
+        if (!reading.owns_lock())
+            return;
+        for (;;) {
+            const long received = ::recv(fd, reader->space(), reader->spaceSize(), MSG_DONTWAIT);
+            if (received <= 0 && !(received < 0 && errno == EINTR))
+                return;
+            if (received > 0)
+                reader->commit(static_cast<std::size_t>(received));
+        }
+    }
+
+    // Sends the whole frame, reading what the bridge sends meanwhile: a bridge
+    // closes a peer that leaves too much of what it sends unread.
     void sendFrame(const Wire::FrameEncoder& frame)
     {
-        const std::vector<iovec> pieces = frame.pieces();
-        std::string error;
+        std::vector<iovec> pieces = frame.pieces();
         std::lock_guard<std::mutex> lock(sendMutex);
         if (!open)
             raise("cannot send to " + bridge + ": the connection is closed");
-        if (!SocketIo::sendAll(fd, pieces.data(), pieces.size(), error))
-            end("cannot send to " + bridge + ": " + error);
+        std::size_t first = 0;
+        while (first < pieces.size()) {
+            readAhead();
+            const long sent = SocketIo::sendSome(fd, pieces.data() + first, pieces.size() - first);
+            if (sent >= 0) {
+                first += SocketIo::advance(pieces.data() + first, pieces.size() - first,
+                                           static_cast<std::size_t>(sent));
+                continue;
+            }
+            if (errno != EAGAIN && errno != EWOULDBLOCK)
+                end("cannot send to " + bridge + ": " + SocketIo::errorText(errno));
+            pollfd entry{fd, POLLOUT | POLLIN, 0};
+            if (::poll(&entry, 1, -1) < 0 && errno != EINTR)
+                end("cannot send to " + bridge + ": " + SocketIo::errorText(errno));
+        }
     }
 
     [[noreturn]] void closedByBridge(const Wire::FrameReader::Frame& frame, const char* what)
@@ -184,6 +218,7 @@ void PeerClient::connect(const std::string& host, int port, const std::string& a
     Wire::Hello hello;
     hello.app = appName;
     state.sendFrame(Wire::encodeHello(hello));
+    std::lock_guard<std::mutex> reading(state.readMutex);
     if (!state.waitForFrame(deadline))
         state.end(state.bridge + " did not accept the announcement within " +
                   std::to_string(timeoutMs) + " ms");
@@ -248,6 +283,7 @@ std::optional<MessageContent> PeerClient::receive(int timeoutMs)
     std::optional<Clock::time_point> deadline;
     if (timeoutMs >= 0)
         deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    std::lock_guard<std::mutex> reading(state.readMutex);
     if (!state.waitForFrame(deadline))
         return std::nullopt;
     const Wire::FrameReader::Frame frame = state.reader->front();
@@ -280,6 +316,7 @@ void PeerClient::finish(int timeoutMs)
     // No more messages from here: the bridge reads to the end and then closes.
     ::shutdown(state.fd, SHUT_WR);
     const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(0, timeoutMs));
+    std::lock_guard<std::mutex> reading(state.readMutex);
     try {
         for (;;) {
             if (!state.waitForFrame(deadline))

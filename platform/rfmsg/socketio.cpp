@@ -5,7 +5,6 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
-#include <vector>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -200,42 +199,6 @@ std::size_t advance(iovec* pieces, std::size_t count, std::size_t sent)
         pieces[first].iov_len -= sent;
     }
     return first;
-}
-
-bool sendAll(int fd, const iovec* pieces, std::size_t count, std::string& error)
-{
-    // Usually everything goes at once: try before copying the pieces to trim.
-    const long whole = sendSome(fd, pieces, count);
-    std::size_t total = 0;
-    for (std::size_t i = 0; i < count; ++i)
-        total += pieces[i].iov_len;
-    if (whole >= 0 && static_cast<std::size_t>(whole) == total)
-        return true;
-    if (whole < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
-        error = errorText(errno);
-        return false;
-    }
-    std::vector<iovec> left(pieces, pieces + count);
-    std::size_t first =
-        whole > 0 ? advance(left.data(), left.size(), static_cast<std::size_t>(whole)) : 0;
-    while (first < left.size()) {
-        const long sent = sendSome(fd, left.data() + first, left.size() - first);
-        if (sent >= 0) {
-            first +=
-                advance(left.data() + first, left.size() - first, static_cast<std::size_t>(sent));
-            continue;
-        }
-        if (errno != EAGAIN && errno != EWOULDBLOCK) {
-            error = errorText(errno);
-            return false;
-        }
-        pollfd entry{fd, POLLOUT, 0};
-        if (::poll(&entry, 1, -1) < 0 && errno != EINTR) {
-            error = errorText(errno);
-            return false;
-        }
-    }
-    return true;
 }
 
 } // namespace RFMsgExp::SocketIo

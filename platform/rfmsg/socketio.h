@@ -24,8 +24,6 @@ int connectTo(const std::string& host, int port, int timeoutMs, std::string& err
 // Sends what the socket takes now without blocking: bytes sent, or -1 with errno set
 // (EAGAIN when nothing fit).
 long sendSome(int fd, const iovec* pieces, std::size_t count);
-// Sends everything, waiting for room as long as it takes; false and `error` on failure.
-bool sendAll(int fd, const iovec* pieces, std::size_t count, std::string& error);
 // The name of this machine.
 std::string machineName();
 // Drops sent bytes from the front of `pieces`; returns the new first piece.

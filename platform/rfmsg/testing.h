@@ -47,6 +47,20 @@ struct TransportLimits
     // Received messages waiting for OnReceive before peers are no longer read.
     std::size_t queuedMessages = 64;
     std::size_t queuedBytes = 64u << 20;
+    // Connections that have not announced themselves yet; the oldest of them
+    // makes room for a new one.
+    int maxUnannouncedConnections = 128;
+    // Connections in all; a connection beyond is refused with CLOSE.
+    int maxConnections = 256;
+    // Fault reports handed to OnError in one second; the rest are summed up.
+    int reportsPerSecond = 10;
+    // Bytes waiting to be sent to one peer: over the hard limit it is closed
+    // at once, over the soft limit once that has lasted softTimeoutMs.
+    std::size_t sendQueueHardLimit = 256u << 20;
+    std::size_t sendQueueSoftLimit = 64u << 20;
+    int sendQueueSoftTimeoutMs = 30000;
+    // How long accepting rests after accept() failed (out of descriptors, say).
+    int acceptPauseMs = 100;
 };
 RFMSG_EXPORT void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
 
@@ -59,6 +73,8 @@ struct TransportStats
     int pausedConnections = 0;
     // Open connections, announced or not.
     int openConnections = 0;
+    // accept() calls that failed.
+    long failedAccepts = 0;
 };
 RFMSG_EXPORT TransportStats transportStats(XBridge& bridge);
 

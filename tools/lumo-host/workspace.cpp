@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "journalrecord.h"
-#include "lumo/brioscript.h"
 
 namespace {
 
@@ -38,7 +37,7 @@ std::string text(const std::string& value)
 
 std::string number(double value)
 {
-    return JournalRecord::json(BRIOValue(value));
+    return JournalRecord::number(value);
 }
 
 // The members as lines of an object, each after a line feed; commas between.

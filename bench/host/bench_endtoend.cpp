@@ -11,11 +11,11 @@
 // per message the host does one recv, three hand-overs to its main thread
 // and back (an eventfd write and a futex wait each), two file writes and one
 // write to its output; no journal write (none is open here), no extra pipe
-// read. The main thread's own work was most of a message's cost (the design
-// record built through QJsonDocument, journal records built with no journal
-// open), and is now a fifth of it. The tail is waiting for a CPU: on a busy
-// machine about one message in forty waits 1-10 ms behind other processes,
-// whatever the code does; with the processes at a higher priority
+// read. Most instructions were the main thread's own work (the design record
+// built through QJsonDocument, journal records built with no journal open):
+// about 800,000 per message, now about 200,000. The tail is waiting for a
+// CPU: on a busy machine about one message in forty waits 1-10 ms behind
+// other processes; with this program and the host at a higher priority
 // (nice -20, or chrt -f) the same build's 99th percentile is 2.5-5 times the
 // in-process time. Spinning instead of sleeping at the hand-overs halves the
 // median but makes that tail several times worse on two shared cores, so

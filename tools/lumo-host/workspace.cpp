@@ -313,19 +313,19 @@ bool Workspace::writeEmView(Result& result, bool appended)
     const bool append =
         appended && file.size() == view.portsEnd + static_cast<qint64>(view.tail.size());
     qint64 offset = 0;
-    std::string text;
+    std::string content;
     if (append) {
         offset = view.portsEnd;
-        text = emPortLine(view.ports.back(), view.ports.size() == 1);
+        content = emPortLine(view.ports.back(), view.ports.size() == 1);
     } else {
-        text = view.head;
+        content = view.head;
         for (std::size_t i = 0; i < view.ports.size(); ++i)
-            text += emPortLine(view.ports[i], i == 0);
+            content += emPortLine(view.ports[i], i == 0);
     }
-    const qint64 portsEnd = offset + static_cast<qint64>(text.size());
-    text += view.tail;
-    const qint64 size = static_cast<qint64>(text.size());
-    if (!file.seek(offset) || file.write(text.data(), size) != size ||
+    const qint64 portsEnd = offset + static_cast<qint64>(content.size());
+    content += view.tail;
+    const qint64 size = static_cast<qint64>(content.size());
+    if (!file.seek(offset) || file.write(content.data(), size) != size ||
         !file.resize(offset + size) || !file.flush()) {
         result.reason = "cannot write " + view.file + ": " + file.errorString().toStdString();
         return false;

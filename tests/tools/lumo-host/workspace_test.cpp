@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -51,6 +52,8 @@ TEST(WorkspaceEmView, PortsAreAppendedWithoutRewritingWhatTheFileHolds)
         const char* name;
         // Done to the file after two ports; gives the text expected after the third.
         std::function<QByteArray(const QString& view, const QByteArray& whole)> change;
+        // The third port is refused, and taken once the view is writable again.
+        bool refused = false;
     };
     const std::vector<Case> cases = {
         {"untouched", [](const QString&, const QByteArray& whole) { return whole; }},
@@ -70,6 +73,13 @@ TEST(WorkspaceEmView, PortsAreAppendedWithoutRewritingWhatTheFileHolds)
              QFile::remove(view);
              return whole;
          }},
+        {"a folder in its place: refused, then written whole",
+         [](const QString& view, const QByteArray& whole) {
+             QFile::remove(view);
+             QDir().mkdir(view);
+             return whole;
+         },
+         true},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(row.name);
@@ -87,7 +97,15 @@ TEST(WorkspaceEmView, PortsAreAppendedWithoutRewritingWhatTheFileHolds)
         EXPECT_TRUE(workspace.addEmPort({"P\"2", 2, "external", -3.25, 1e6, 0.5}).ok);
         const QByteArray whole = QString::fromUtf8(expected).arg(folder.path(), egs).toUtf8();
         const QByteArray after = row.change(view, whole);
-        const Workspace::Result third = workspace.addEmPort({"P3", 3, "internal", 2, 0, 0});
+        const Workspace::EmPort port{"P3", 3, "internal", 2, 0, 0};
+        Workspace::Result third = workspace.addEmPort(port);
+        if (row.refused) {
+            EXPECT_FALSE(third.ok);
+            EXPECT_EQ(third.reason.rfind("cannot write " + view.toStdString() + ": ", 0), 0u)
+                << third.reason;
+            QDir().rmdir(view);
+            third = workspace.addEmPort(port);
+        }
         EXPECT_TRUE(third.ok) << third.reason;
         EXPECT_EQ(third.path, view.toStdString());
         EXPECT_EQ(readFile(view), after);

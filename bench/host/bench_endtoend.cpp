@@ -14,12 +14,14 @@
 // read. Most instructions were the main thread's own work (the design record
 // built through QJsonDocument, journal records built with no journal open):
 // about 800,000 per message, now about 200,000. The tail is waiting for a
-// CPU: on a busy machine about one message in forty waits 1-10 ms behind
-// other processes; with this program and the host at a higher priority
-// (nice -20, or chrt -f) the same build's 99th percentile is 2.5-5 times the
-// in-process time. Spinning instead of sleeping at the hand-overs halves the
-// median but makes that tail several times worse on two shared cores, so
-// every hand-over sleeps. Compare runs only in quiet moments.
+// CPU: on a busy machine a few messages in a hundred wait 1-10 ms behind
+// other processes, evenly spread, whatever the message. Run under chrt -f,
+// where nothing else can delay this program and the host, the same build's
+// 99th percentile is 2.4-2.6 times the in-process time (the build before these
+// changes: 2.5-3.1); at a load of 10 on two cores, 13-30 times. Spinning
+// instead of sleeping at the hand-overs cuts the median by a third but makes
+// that tail worse on two shared cores, so every hand-over sleeps. Compare
+// runs only in quiet moments.
 
 #include <algorithm>
 #include <chrono>

@@ -134,6 +134,8 @@ std::vector<BRIOExpression> BRIOParser::parseArguments(bool emptyFirstAllowed)
 {
     advance(); // '('
     std::vector<BRIOExpression> items;
+    // Most calls and lists the plug-in sends have up to eight items.
+    items.reserve(8);
     skipSpace();
     if (peek() == ')') {
         advance();
@@ -204,20 +206,20 @@ BRIOExpression BRIOParser::parseNumber()
         ++first;
     const char* begin = m_text.data() + first;
     const char* end = m_text.data() + m_position;
-    const std::string spelled = m_text.substr(start, m_position - start);
+    const auto spelled = [&] { return m_text.substr(start, m_position - start); };
     if (integral) {
         long long value = 0;
         const auto parsed = std::from_chars(begin, end, value);
         if (parsed.ec != std::errc() || value < std::numeric_limits<int>::min() ||
             value > std::numeric_limits<int>::max())
-            failAt("integer " + spelled + " does not fit in 32 bits", expression.line,
+            failAt("integer " + spelled() + " does not fit in 32 bits", expression.line,
                    expression.column);
         expression.literal = BRIOValue(static_cast<int>(value));
     } else {
         double value = 0.0;
         const auto parsed = std::from_chars(begin, end, value);
         if (parsed.ec != std::errc())
-            failAt("real " + spelled + " is out of range", expression.line, expression.column);
+            failAt("real " + spelled() + " is out of range", expression.line, expression.column);
         expression.literal = BRIOValue(value);
     }
     return expression;

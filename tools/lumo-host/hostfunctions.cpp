@@ -139,6 +139,8 @@ ScriptEngine::CallResult HostFunctions::call(const std::string& name,
 void HostFunctions::journalCall(const std::string& name, const std::vector<BRIOValue>& args,
                                 bool ok, const std::string& reason)
 {
+    if (!m_journal.isOpen())
+        return;
     JournalRecord record("call");
     record.add("function", name).add("args", args).add("ok", ok);
     if (!ok)

@@ -97,9 +97,11 @@ ScriptEngine::CallResult HostInterface::callCommand(const std::string& name,
     if (badResult)
         reportBadHandle("the result of a command");
 
-    JournalRecord record("command");
-    record.add("name", name).add("args", args).add("result", result).add("unreleased", unreleased);
-    m_journal.write(record);
+    if (m_journal.isOpen()) {
+        JournalRecord record("command");
+        record.add("name", name).add("args", args).add("result", result);
+        m_journal.write(record.add("unreleased", unreleased));
+    }
     return {true, result, {}};
 }
 
@@ -203,12 +205,14 @@ bool HostInterface::evaluate_text(const char* vocabulary, const char* text)
     else
         outcome = m_engine.evaluate(voc, text);
 
-    JournalRecord record("eval");
-    record.add("vocabulary", voc).add("text", text).add("ok", outcome.ok);
-    record.add("via", via == Via::Idle ? "idle" : "direct");
-    if (!outcome.ok)
-        record.add("reason", outcome.reason);
-    m_journal.write(record);
+    if (m_journal.isOpen()) {
+        JournalRecord record("eval");
+        record.add("vocabulary", voc).add("text", text).add("ok", outcome.ok);
+        record.add("via", via == Via::Idle ? "idle" : "direct");
+        if (!outcome.ok)
+            record.add("reason", outcome.reason);
+        m_journal.write(record);
+    }
     return outcome.ok;
 }
 

@@ -1,8 +1,9 @@
 #pragma once
-// The host's journal: one JSON object per line, flushed per line, in the
-// order in which the records were written. Disabled until opened.
+// The host's journal: one JSON object per line, each line handed to the
+// system in one write() as it is recorded (so it is in the file at once), in
+// the order in which the records were written. Disabled until opened.
 
-#include <cstdio>
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -18,12 +19,13 @@ public:
 
     // Creates or truncates the file; false and a reason naming the path otherwise.
     bool open(const std::string& path, std::string* error);
-    bool isOpen() const { return m_file != nullptr; }
+    // Callers on busy paths skip building records nobody will read.
+    bool isOpen() const { return m_fd.load() >= 0; }
 
     // Any thread.
     void write(const JournalRecord& record);
 
 private:
     std::mutex m_mutex;
-    std::FILE* m_file = nullptr;
+    std::atomic<int> m_fd{-1};
 };

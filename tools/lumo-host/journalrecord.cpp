@@ -50,15 +50,6 @@ std::string hexEscape(unsigned char byte)
     return std::string("\\u00") + digits[byte >> 4] + digits[byte & 15];
 }
 
-std::string number(double value)
-{
-    if (!std::isfinite(value))
-        return "null";
-    char buffer[64];
-    const auto written = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return std::string(buffer, written.ptr);
-}
-
 } // namespace
 
 JournalRecord::JournalRecord(const char* event) : m_text("{\"event\":" + quote(event)) {}
@@ -159,6 +150,15 @@ std::string JournalRecord::quote(const std::string& text)
         ++at;
     }
     return out + "\"";
+}
+
+std::string JournalRecord::number(double value)
+{
+    if (!std::isfinite(value))
+        return "null";
+    char buffer[64];
+    const auto written = std::to_chars(buffer, buffer + sizeof buffer, value);
+    return std::string(buffer, written.ptr);
 }
 
 std::string JournalRecord::json(const BRIOValue& value)

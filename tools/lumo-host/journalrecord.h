@@ -29,6 +29,8 @@ public:
     // A JSON string literal; bytes that are not UTF-8 are kept as \u00XX.
     static std::string quote(const std::string& text);
     static std::string json(const BRIOValue& value);
+    // A JSON number, shortest round-trip form; null when not finite.
+    static std::string number(double value);
 
 private:
     JournalRecord& addRaw(const char* key, const std::string& json);

@@ -3,13 +3,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
+
+#include "journalrecord.h"
 
 namespace {
 
@@ -25,15 +25,67 @@ bool isFileName(const std::string& name)
            name.find('\\') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
-bool writeJson(const QString& path, const QJsonObject& object, std::string& reason)
+// The workspace's JSON, written as text: every file is written on the
+// host's main thread for every message, and members come in the order given
+// (alphabetical by key), one per line, with each port on a line of its own.
+using Members = std::vector<std::pair<const char*, std::string>>;
+
+std::string text(const std::string& value)
+{
+    return JournalRecord::quote(value);
+}
+
+std::string number(double value)
+{
+    return JournalRecord::number(value);
+}
+
+// The members as lines of an object, each after a line feed; commas between.
+std::string memberLines(const Members& members)
+{
+    std::string lines;
+    for (const auto& member : members) {
+        lines += lines.empty() ? "\n    \"" : ",\n    \"";
+        lines += member.first;
+        lines += "\": ";
+        lines += member.second;
+    }
+    return lines;
+}
+
+// A port's line, with the comma and the line feed that lead to it.
+std::string portLine(const Members& members, bool first)
+{
+    std::string line = first ? "\n        { " : ",\n        { ";
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        line += i == 0 ? "\"" : ", \"";
+        line += members[i].first;
+        line += "\": ";
+        line += members[i].second;
+    }
+    return line + " }";
+}
+
+std::string emPortLine(const Workspace::EmPort& port, bool first)
+{
+    return portLine({{"name", text(port.name)},
+                     {"number", std::to_string(port.number)},
+                     {"type", text(port.type)},
+                     {"value", number(port.value)},
+                     {"x", number(port.x)},
+                     {"y", number(port.y)}},
+                    first);
+}
+
+const char* const PortsOpen = "[";
+const char* const PortsClose = "\n    ]";
+
+bool writeFile(const QString& path, const std::string& content, std::string& reason)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        reason = "cannot write " + path.toStdString() + ": " + file.errorString().toStdString();
-        return false;
-    }
-    file.write(QJsonDocument(object).toJson(QJsonDocument::Indented));
-    if (!file.flush()) {
+    const qint64 size = static_cast<qint64>(content.size());
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        file.write(content.data(), size) != size || !file.flush()) {
         reason = "cannot write " + path.toStdString() + ": " + file.errorString().toStdString();
         return false;
     }
@@ -113,36 +165,38 @@ Workspace::Result Workspace::createDesign(const Design& design)
         return result;
     }
 
-    QJsonObject record;
-    record["first"] = qs(design.first);
-    record["cell"] = qs(design.cell);
-    record["design"] = qs(design.design);
-    record["design_path"] = qs(design.designPath);
-    record["region"] = qs(design.region);
-    record["port_count"] = design.portCount;
+    std::string ports = "null";
     if (design.ports) {
-        QJsonArray ports;
+        ports = PortsOpen;
+        bool first = true;
         for (const DesignPort& port : *design.ports) {
-            QJsonObject entry;
-            entry["label"] = qs(port.label);
-            entry["x"] = port.x;
-            entry["y"] = port.y;
-            entry["number"] = port.number;
-            entry["type"] = port.type;
-            ports.append(entry);
+            ports += portLine({{"label", text(port.label)},
+                               {"number", std::to_string(port.number)},
+                               {"type", std::to_string(port.type)},
+                               {"x", number(port.x)},
+                               {"y", number(port.y)}},
+                              first);
+            first = false;
         }
-        record["ports"] = ports;
-    } else {
-        record["ports"] = QJsonValue::Null;
+        ports += PortsClose;
     }
-    record["last"] = design.last;
     // The plug-in writes the netlist before it asks for the design.
-    const QString netlist = qs(m_netlists) + "/" + qs(design.cell) + ".net";
-    record["netlist"] = netlist;
-    record["netlist_found"] = QFileInfo(netlist).isFile();
-
+    const std::string netlist = m_netlists + "/" + design.cell + ".net";
+    const std::string record =
+        "{" +
+        memberLines({{"cell", text(design.cell)},
+                     {"design", text(design.design)},
+                     {"design_path", text(design.designPath)},
+                     {"first", text(design.first)},
+                     {"last", std::to_string(design.last)},
+                     {"netlist", text(netlist)},
+                     {"netlist_found", QFileInfo(qs(netlist)).isFile() ? "true" : "false"},
+                     {"port_count", std::to_string(design.portCount)},
+                     {"ports", ports},
+                     {"region", text(design.region)}}) +
+        "\n}\n";
     result.path = (folder + "/" + qs(design.cell) + ".design").toStdString();
-    result.ok = writeJson(qs(result.path), record, result.reason);
+    result.ok = writeFile(qs(result.path), record, result.reason);
     return result;
 }
 
@@ -202,15 +256,19 @@ Workspace::Result Workspace::importEgs(const std::string& library, const std::st
         result.ok = false;
         return result;
     }
-    m_emView = EmView{library,
-                      design,
-                      region,
-                      designPath,
-                      egs.toStdString(),
-                      source.absoluteFilePath().toStdString(),
-                      (folder + "/" + qs(view) + ".emview").toStdString(),
-                      {}};
-    result.ok = writeEmView(result);
+    EmView emView;
+    emView.file = (folder + "/" + qs(view) + ".emview").toStdString();
+    emView.head = "{" + memberLines({{"design", text(design)},
+                                     {"design_path", text(designPath)},
+                                     {"egs", text(egs.toStdString())},
+                                     {"library", text(library)},
+                                     {"ports", PortsOpen}});
+    emView.tail = PortsClose + std::string(",") +
+                  memberLines({{"region", text(region)},
+                               {"source", text(source.absoluteFilePath().toStdString())}}) +
+                  "\n}\n";
+    m_emView = std::move(emView);
+    result.ok = writeEmView(result, false);
     return result;
 }
 
@@ -220,7 +278,9 @@ Workspace::Result Workspace::addEmPort(const EmPort& port)
     if (!m_emView)
         return {false, "no EM view is open: import an EGS file first", {}};
     m_emView->ports.push_back(port);
-    result.ok = writeEmView(result);
+    result.ok = writeEmView(result, true);
+    if (!result.ok)
+        m_emView->ports.pop_back();
     return result;
 }
 
@@ -238,27 +298,38 @@ bool Workspace::checkLibrary(const std::string& library, Result& result) const
     return result.ok;
 }
 
-bool Workspace::writeEmView(Result& result) const
+bool Workspace::writeEmView(Result& result, bool appended)
 {
-    QJsonObject view;
-    view["library"] = qs(m_emView->library);
-    view["design"] = qs(m_emView->design);
-    view["region"] = qs(m_emView->region);
-    view["design_path"] = qs(m_emView->designPath);
-    view["egs"] = qs(m_emView->egs);
-    view["source"] = qs(m_emView->source);
-    QJsonArray ports;
-    for (const EmPort& port : m_emView->ports) {
-        QJsonObject entry;
-        entry["name"] = qs(port.name);
-        entry["number"] = port.number;
-        entry["type"] = qs(port.type);
-        entry["x"] = port.x;
-        entry["y"] = port.y;
-        entry["value"] = port.value;
-        ports.append(entry);
+    EmView& view = *m_emView;
+    result.path = view.file;
+    QFile file(qs(view.file));
+    if (!file.open(QIODevice::ReadWrite)) {
+        result.reason = "cannot write " + view.file + ": " + file.errorString().toStdString();
+        return false;
     }
-    view["ports"] = ports;
-    result.path = m_emView->file;
-    return writeJson(qs(m_emView->file), view, result.reason);
+    // Ports are only ever added: what is in the file stays, so that a message
+    // of many ports costs their number, not its square. A file that is not as
+    // it was left is written whole.
+    const bool append =
+        appended && file.size() == view.portsEnd + static_cast<qint64>(view.tail.size());
+    qint64 offset = 0;
+    std::string content;
+    if (append) {
+        offset = view.portsEnd;
+        content = emPortLine(view.ports.back(), view.ports.size() == 1);
+    } else {
+        content = view.head;
+        for (std::size_t i = 0; i < view.ports.size(); ++i)
+            content += emPortLine(view.ports[i], i == 0);
+    }
+    const qint64 portsEnd = offset + static_cast<qint64>(content.size());
+    content += view.tail;
+    const qint64 size = static_cast<qint64>(content.size());
+    if (!file.seek(offset) || file.write(content.data(), size) != size ||
+        !file.resize(offset + size) || !file.flush()) {
+        result.reason = "cannot write " + view.file + ": " + file.errorString().toStdString();
+        return false;
+    }
+    view.portsEnd = portsEnd;
+    return true;
 }

@@ -71,7 +71,9 @@ private:
     bool checkLibrary(const std::string& library, Result& result) const;
     // The library's folder, made when missing; empty (and `result` failed) when it cannot be.
     QString libraryFolder(const std::string& library, Result& result) const;
-    bool writeEmView(Result& result) const;
+    // The whole EM view file, or (`appended` set) only the port just added
+    // and the lines after it, written where the previous port ended.
+    bool writeEmView(Result& result, bool appended);
 
     std::string m_path;
     std::string m_netlists;
@@ -80,14 +82,13 @@ private:
     // The EM view that the last EGS import made; ports are added to it.
     struct EmView
     {
-        std::string library;
-        std::string design;
-        std::string region;
-        std::string designPath;
-        std::string egs;
-        std::string source;
         std::string file;
         std::vector<EmPort> ports;
+        // The file is the head, a line per port, the tail; the ports' lines
+        // end at `portsEnd`.
+        std::string head;
+        std::string tail;
+        long long portsEnd = 0;
     };
     std::optional<EmView> m_emView;
 };

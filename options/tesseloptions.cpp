@@ -29,6 +29,11 @@ constexpr qint64 maximumFileSize = 16 * 1024 * 1024;
 
 constexpr std::size_t notFound = std::string_view::npos;
 
+bool startsWith(std::string_view text, std::size_t at, std::string_view prefix)
+{
+    return text.compare(at, prefix.size(), prefix) == 0;
+}
+
 // The position just past the first `terminator` at or after `from`.
 std::size_t pastText(std::string_view text, std::size_t from, std::string_view terminator)
 {
@@ -76,12 +81,11 @@ std::size_t pastDocumentType(std::string_view text, std::size_t from, bool& refu
     // The internal subset, up to its "]".
     ++at;
     while (at != notFound && at < text.size() && text[at] != ']') {
-        const std::string_view rest = text.substr(at);
-        if (rest.rfind("<!--", 0) == 0) {
+        if (startsWith(text, at, "<!--")) {
             at = pastText(text, at + 4, "-->");
-        } else if (rest.rfind("<?", 0) == 0) {
+        } else if (startsWith(text, at, "<?")) {
             at = pastText(text, at + 2, "?>");
-        } else if (rest.rfind("<!ENTITY", 0) == 0) {
+        } else if (startsWith(text, at, "<!ENTITY")) {
             bool quotedMarkup = false;
             at = pastTag(text, at, &quotedMarkup);
             if (quotedMarkup) {
@@ -105,23 +109,21 @@ bool isSafeForParser(std::string_view text)
 {
     int depth = 0;
     for (std::size_t at = text.find('<'); at != notFound; at = text.find('<', at)) {
-        const std::string_view rest = text.substr(at);
         bool refused = false;
-        if (rest.rfind("<!--", 0) == 0) {
+        if (startsWith(text, at, "<!--")) {
             at = pastText(text, at + 4, "-->");
-        } else if (rest.rfind("<![CDATA[", 0) == 0) {
+        } else if (startsWith(text, at, "<![CDATA[")) {
             at = pastText(text, at + 9, "]]>");
-        } else if (rest.rfind("<?", 0) == 0) {
+        } else if (startsWith(text, at, "<?")) {
             at = pastText(text, at + 2, "?>");
-        } else if (rest.rfind("<!DOCTYPE", 0) == 0) {
+        } else if (startsWith(text, at, "<!DOCTYPE")) {
             at = pastDocumentType(text, at, refused);
-        } else if (rest.rfind("</", 0) == 0) {
+        } else if (startsWith(text, at, "</")) {
             --depth;
             at = pastTag(text, at);
         } else {
             const std::size_t end = pastTag(text, at + 1);
-            if (end != notFound && text[end - 2] != '/' && text[at + 1] != '!' &&
-                ++depth > maximumNesting)
+            if (end != notFound && text[end - 2] != '/' && ++depth > maximumNesting)
                 return false;
             at = end;
         }
@@ -143,18 +145,16 @@ QByteArray asciiCompatible(const QByteArray& content)
     return codec->toUnicode(content).toUtf8();
 }
 
-// Opens `name` for reading without waiting on a FIFO or device; -1 when it
-// cannot be opened, or `irregular` set (and -1) when it is not a regular file
-// of at most maximumFileSize bytes.
-int openRegularFile(const std::string& name, int flags, bool& irregular, bool checkSize)
+// Opens `name` without waiting on a FIFO; -1 when it cannot be opened, or
+// `irregular` set (and -1) when it is not a regular file.
+int openRegularFile(const std::string& name, int flags, bool& irregular)
 {
     const QByteArray path = QFile::encodeName(QString::fromStdString(name));
     const int descriptor = ::open(path.constData(), flags | O_NONBLOCK | O_CLOEXEC, 0666);
     if (descriptor < 0)
         return -1;
     struct stat status = {};
-    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
-        (checkSize && status.st_size > maximumFileSize)) {
+    if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
         irregular = true;
         ::close(descriptor);
         return -1;
@@ -202,7 +202,7 @@ bool TesselOptions::read_xml_file(std::string name)
     if (name.empty())
         return false;
     // Not a FIFO, which would block the host, nor a device without end.
-    const int descriptor = openRegularFile(name, O_RDONLY, m_keep_refused_file, true);
+    const int descriptor = openRegularFile(name, O_RDONLY, m_keep_refused_file);
     QFile file;
     if (descriptor < 0 ||
         !file.open(descriptor, QIODevice::ReadOnly | QIODevice::Text, QFileDevice::AutoCloseHandle))
@@ -210,7 +210,7 @@ bool TesselOptions::read_xml_file(std::string name)
     const QByteArray content = file.read(maximumFileSize + 1);
     file.close();
     if (content.size() > maximumFileSize) {
-        m_keep_refused_file = true; // grew since it was looked at
+        m_keep_refused_file = true;
         return false;
     }
     const QByteArray scanned = asciiCompatible(content);
@@ -235,7 +235,7 @@ bool TesselOptions::write_xml_file(std::string name)
     // Only a regular file is written: never a FIFO, which would block, or a
     // device. Truncated once it is known to be one.
     bool irregular = false;
-    const int descriptor = openRegularFile(name, O_WRONLY | O_CREAT, irregular, false);
+    const int descriptor = openRegularFile(name, O_WRONLY | O_CREAT, irregular);
     QFile file;
     if (descriptor < 0 || ::ftruncate(descriptor, 0) != 0 ||
         !file.open(descriptor, QIODevice::WriteOnly | QIODevice::Text,

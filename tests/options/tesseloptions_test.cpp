@@ -39,6 +39,13 @@ QStringList withSortedAttributes(const QByteArray& text)
     return lines;
 }
 
+// `text` in UTF-16 with a byte order mark, as the parser recognises it.
+QByteArray utf16(const QString& text)
+{
+    return QByteArray("\xff\xfe") +
+           QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+}
+
 // One group of many records of one name, left open.
 QByteArray largeUnclosedFile()
 {
@@ -183,7 +190,13 @@ TEST_F(TesselOptionsTest, LoadGivesTheFileAsItIsOrElseTheDefaultsSilently)
         {"very large and unclosed", largeUnclosedFile()},
         {"entities expanding to billions of characters", entityBomb},
         // Well-formed, but deep enough to overflow the stack of a recursive parser.
-        {"nested far deeper than any options file", "<T>" + nested + "<GeneralOptions/></T>"},
+        {"nested far deeper than any options file, after a declaration and document type",
+         "<?xml version=\"1.0\"?><!DOCTYPE T><T>" + nested + "<GeneralOptions/></T>"},
+        // In UTF-16, U+2F3C and ">" are the bytes of an end tag. Left open: the
+        // parser's partial tree is freed as recursively as a whole one.
+        {"nested deep in UTF-16, behind text whose bytes look like end tags",
+         utf16(QStringLiteral("<T>") + QString(QChar(0x2f3c)).append('>').repeated(100000) +
+               QStringLiteral("<a>").repeated(100000))},
         {"an entity expanding to deep nesting",
          "<!DOCTYPE T [<!ENTITY e \"" + nested + "\">]><T>&e;<GeneralOptions/></T>"},
         {"an entity expanding to deep nesting through character references",

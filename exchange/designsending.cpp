@@ -39,8 +39,7 @@ IffMessage startIffMessage(const char* design, const char* region, const char* d
 void sendIff(XServerLUMO& server, IffMessage& iff, const std::string& body)
 {
     iff.message->SetText(body);
-    // The reply is released at once, unread.
-    server.OnSend(iff.message.get(), "");
+    server.SendToPeers(*iff.message);
 }
 
 } // namespace

@@ -13,6 +13,30 @@ namespace {
 constexpr char NoWorkspace[] = "LUMO project must be opened before receiving Mentor design netlist";
 constexpr char CommandFailed[] = "Execute BRIO command failed: ";
 
+// A design cell name names a file in the netlists folder: one that could name
+// the folder itself, its parent or another folder is refused.
+bool isPlainFileName(const std::string& name)
+{
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of("/\\") == std::string::npos;
+}
+
+// The whole error as it may stand inside a host string: a backslash before
+// every backslash and double quote, so that no name can end the string.
+std::string refusedNameError(const std::string& designName, const std::string& designCellName)
+{
+    const std::string message = "Netlist of design \"" + designName +
+                                "\" refused: its file name \"" + designCellName +
+                                ".net\" is not a plain name in the netlists folder";
+    std::string escaped;
+    for (char c : message) {
+        if (c == '\\' || c == '"')
+            escaped += '\\';
+        escaped += c;
+    }
+    return escaped;
+}
+
 // The number of blanks between the netlist's first "(" and first ")", as the
 // host has always been given it: from two places after the "(" up to, not
 // including, the character before the ")". When the ")" stands less than
@@ -61,6 +85,10 @@ void ReceiveNetlist(XServerLUMO& server, RFMsgExp::IRFMessage& message)
     const std::string stem =
         designName.size() < 4 ? designName : designName.substr(0, designName.size() - 4);
     const std::string designCellName = stem + "_" + regionName;
+    if (!isPlainFileName(designCellName)) {
+        ReportError(refusedNameError(designName, designCellName));
+        return;
+    }
 
     const std::string netlistText = text(message.GetNetlistText(regionName.c_str()));
     WriteTextFile(netlistText, netlistsPath + "/" + designCellName + ".net");

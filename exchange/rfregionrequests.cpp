@@ -17,7 +17,7 @@ bool XServerLUMO::SendNetlistRequest(const char* first, const char* region, cons
     properties->SetProperty("NETLIST_RFREGION", regionText);
     // Prepared after the property, unlike the IFF messages.
     message->Prepare();
-    OnSend(message.get(), "");
+    SendToPeers(*message);
     return true;
 }
 
@@ -30,7 +30,7 @@ bool XServerLUMO::SendHighlightRequest(const void* /*first*/, const void* /*seco
     RFMsgExp::msg_auto_ptr<RFMsgExp::IRFPropertyList> properties = message->GetProperties();
     // The peer matches this spelling letter for letter.
     properties->SetProperty("HIGLIGHT_RFREGION", regionText);
-    OnSend(message.get(), "");
+    SendToPeers(*message);
     return true;
 }
 

@@ -27,9 +27,11 @@ public:
 
     // Reads the file; a file that cannot be opened or parsed gives the defaults
     // of both sets (not written back). A readable file is taken as it is:
-    // options it lacks stay absent.
+    // options it lacks stay absent. Only a regular file of at most 16 MiB is
+    // read; anything else counts as unreadable.
     void load();
-    // Writes both sets; false when the file cannot be opened for writing.
+    // Writes both sets; false when the file cannot be opened for writing, is
+    // not a regular file, or is one that load refused as irregular or too large.
     bool save();
     void set_options_to_default();
 
@@ -38,6 +40,8 @@ private:
     bool write_xml_file(std::string name);
 
     std::string m_option_file_name;
+    // The last load refused the file as irregular or too large.
+    bool m_keep_refused_file = false;
     GeneralOptions m_general;
     IFFOptions m_iff;
 };

@@ -12,7 +12,7 @@
 namespace {
 constexpr int LibraryVersion = 100;
 constexpr int LowestInterfaceVersion = 1002;
-constexpr unsigned InterfaceVersionSpan = 997; // accepts 1002..1999
+constexpr int HighestInterfaceVersion = 1999;
 constexpr char NoInterface[] = "Tessel plugin failed to load the BRIO interface";
 constexpr char IncompatibleInterface[] = "Tessel plugin found an incompatible BRIO interface";
 } // namespace
@@ -32,9 +32,10 @@ extern "C" KIVA_EXPORT int RegisterLibraryContents(PluginRegistry* registry)
         PluginState::setBrio(brio);
         if (!brio)
             return registry->report_load_error(NoInterface);
-        const auto offset =
-            static_cast<unsigned>(brio->interface_version() - LowestInterfaceVersion);
-        if (offset > InterfaceVersionSpan)
+        // Compared directly: subtracting first would overflow for versions
+        // near the smallest int.
+        const int version = brio->interface_version();
+        if (version < LowestInterfaceVersion || version > HighestInterfaceVersion)
             return registry->report_load_error(IncompatibleInterface);
         if (!PluginState::server())
             PluginState::setServer(new XServerLUMO());

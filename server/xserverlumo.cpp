@@ -1,5 +1,7 @@
 #include "server/xserverlumo.h"
 
+#include <exception>
+
 #include "lumo/brio.h"
 #include "lumo/strings.h"
 #include "plugin/brioconstants.h"
@@ -97,4 +99,19 @@ std::string XServerLUMO::queryPath(const char* query)
 void XServerLUMO::OnError(const RFMsgExp::IXException& error)
 {
     ReportError(CommunicationError + std::string(error.GetInfo().c_str()));
+}
+
+void XServerLUMO::SendToPeers(RFMsgExp::IRFMessage& message)
+{
+    try {
+        // The reply is released at once, unread.
+        OnSend(&message, "");
+    } catch (RFMsgExp::IXException* error) {
+        OnError(*error);
+        error->Destroy();
+    } catch (const std::exception& error) {
+        ReportError(CommunicationError + std::string(error.what()));
+    } catch (...) {
+        ReportError(CommunicationError + std::string("unknown failure"));
+    }
 }

@@ -38,6 +38,8 @@ public:
     bool SendHighlightRequest(const void* first, const void* second, const void* third,
                               const char* region);
     bool SendInstanceRequest();
+    // OnSend, with a failure shown as a communication error instead of thrown.
+    void SendToPeers(RFMsgExp::IRFMessage& message);
 
     // --- running host statements (any thread) ---
     // Runs `text` at once on the main thread; from any other thread posts it to

@@ -16,6 +16,7 @@ public:
 
     // Hands the request to the host and blocks until perform() has returned on
     // the main thread. Returns false without performing when no host takes
-    // requests (none installed, or it is shutting down).
+    // requests (none installed, or it is shutting down), and false when
+    // perform() threw.
     bool postAndWaitUntilPerformed();
 };

@@ -44,10 +44,17 @@ int IdleRequestQueue::performPending()
     }
     for (Entry* entry : batch) {
         // perform() runs without the lock: it may itself take long or post nothing.
-        entry->request->perform();
+        // A request that throws is failed to its poster; the rest of the batch
+        // and the main loop go on.
+        bool performed = false;
+        try {
+            entry->request->perform();
+            performed = true;
+        } catch (...) {
+        }
         {
             std::lock_guard<std::mutex> lock(m_mutex);
-            entry->performed = true;
+            entry->performed = performed;
             entry->finished = true;
         }
         m_done.notify_all();

@@ -20,11 +20,13 @@ public:
     explicit IdleRequestQueue(std::function<void()> wake = {});
     ~IdleRequestQueue();
 
-    // Any thread: blocks until the request was performed. False, unperformed,
-    // once shut down (also for a waiter still queued when shutdown() came).
+    // Any thread: blocks until the request was performed. False when its
+    // perform() threw, and, unperformed, once shut down (also for a waiter
+    // still queued when shutdown() came).
     bool postAndWait(IdleRequestC& request);
 
-    // Main thread: performs every request queued now, in posting order.
+    // Main thread: performs every request queued now, in posting order; never
+    // throws.
     int performPending();
     // Main thread: waits up to `timeout` for a request, then performs all queued.
     int waitAndPerform(std::chrono::milliseconds timeout);

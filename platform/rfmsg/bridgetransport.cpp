@@ -247,6 +247,8 @@ void BridgeTransport::send(IRFMessage& message, const std::string& target)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_simulating) {
+            if (!m_sendFailure.empty())
+                throw IXException::Create(m_sendFailure);
             m_sent.push_back({Testing::contentOf(message), target});
             return;
         }
@@ -284,6 +286,12 @@ std::vector<Testing::SentMessage> BridgeTransport::sent()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_sent;
+}
+
+void BridgeTransport::failSends(std::string reason)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_sendFailure = std::move(reason);
 }
 
 void BridgeTransport::clearSent()

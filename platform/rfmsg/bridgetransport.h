@@ -55,6 +55,7 @@ public:
     // Test seam.
     void simulate(std::vector<Testing::Peer> peers);
     std::vector<Testing::SentMessage> sent();
+    void failSends(std::string reason);
     void clearSent();
     void setLimits(const Testing::TransportLimits& limits);
     Testing::TransportStats stats();
@@ -160,6 +161,7 @@ private:
     bool m_simulating = false;
     std::vector<Testing::Peer> m_simulatedPeers;
     std::vector<Testing::SentMessage> m_sent;
+    std::string m_sendFailure;
 };
 
 } // namespace RFMsgExp

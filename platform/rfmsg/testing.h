@@ -36,6 +36,9 @@ RFMSG_EXPORT void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
 // Every message OnSend was given while simulating, oldest first.
 RFMSG_EXPORT std::vector<SentMessage> sentMessages(XBridge& bridge);
 RFMSG_EXPORT void clearSentMessages(XBridge& bridge);
+// While simulating, OnSend throws an IXException* with `reason` instead of
+// recording, as a failed send does; an empty reason records again.
+RFMSG_EXPORT void failSends(XBridge& bridge, std::string reason);
 
 // Bounds of a bridge's transport, shortened by tests. Set before Init.
 struct TransportLimits

@@ -1,5 +1,7 @@
 #include "rfmsg/xbridge.h"
 
+#include <utility>
+
 #include "rfmsg/bridgetransport.h"
 #include "rfmsg/objectcount.h"
 #include "rfmsg/socketio.h"
@@ -98,6 +100,7 @@ namespace Testing {
 void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
 std::vector<SentMessage> sentMessages(XBridge& bridge);
 void clearSentMessages(XBridge& bridge);
+void failSends(XBridge& bridge, std::string reason);
 void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
 TransportStats transportStats(XBridge& bridge);
 void stopDelivery(XBridge& bridge);
@@ -122,6 +125,11 @@ std::vector<Testing::SentMessage> Testing::sentMessages(XBridge& bridge)
 void Testing::clearSentMessages(XBridge& bridge)
 {
     BridgeSeamAccess::transport(bridge).clearSent();
+}
+
+void Testing::failSends(XBridge& bridge, std::string reason)
+{
+    BridgeSeamAccess::transport(bridge).failSends(std::move(reason));
 }
 
 void Testing::setTransportLimits(XBridge& bridge, const TransportLimits& limits)

@@ -85,7 +85,9 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
         {"", "r1", "( xy)", "_r1", 0},
         {"a.b.sch", "", "( a b )", "a.b_", 1},
         {"q\"x.sch", "r\"1", "no brackets", "q\"x_r\"1", 0},
-        {"a\\b.sch", "r\\1", "only ( open", "a\\b_r\\1", 0},
+        {"amp top.sch", "l n a", "only ( open", "amp top_l n a", 0},
+        {"Verst\xc3\xa4rker.sch", "\xce\xa9", "(x y)", "Verst\xc3\xa4rker_\xce\xa9", 1},
+        {"..", "r", "(x y)", ".._r", 1},
         {"d.sch", "r", "only ) close", "d_r", 0},
         {"d.sch", "r", "() a b", "d_r", 2},
         {"d.sch", "r", "( ) x y", "d_r", 2},
@@ -107,6 +109,42 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
         // Written before the count is taken.
         EXPECT_EQ(fileContent(netlists + "/" + row.cell + ".net"), row.netlist);
     }
+}
+
+// A file name that could leave the netlists folder is refused with one error
+// naming the design, escaped so that no name ends the host's string; nothing is
+// written and no design created.
+TEST_F(NetlistReceipt, ANameThatLeavesTheNetlistsFolderIsRefusedOnceAndWritesNothing)
+{
+    const QString netlistsFolder = dir.filePath("workspace/netlists");
+    ASSERT_TRUE(QDir().mkpath(netlistsFolder));
+    test.answerPaths("/no/workspace/needed", netlistsFolder.toStdString());
+    struct Row
+    {
+        std::string design, region, shownDesign, shownFile;
+    };
+    const std::vector<Row> rows = {
+        {"../../outside/pwned.sch", "lna", "../../outside/pwned.sch", "../../outside/pwned_lna"},
+        {"..\\..\\outside\\pwned.sch", "lna", "..\\\\..\\\\outside\\\\pwned.sch",
+         "..\\\\..\\\\outside\\\\pwned_lna"},
+        {"amp.sch", "../../lna", "amp.sch", "amp_../../lna"},
+        {"/abs.sch", "r", "/abs.sch", "/abs_r"},
+        {"q\"\\\");x.sch", "r", "q\\\"\\\\\\\");x.sch", "q\\\"\\\\\\\");x_r"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.design + " / " + row.region);
+        test.brio.clearStatements();
+        test.receive(netlistMessage(row.design, {region(row.region, "( a b )")}));
+        const std::string error = "Netlist of design \\\"" + row.shownDesign +
+                                  "\\\" refused: its file name \\\"" + row.shownFile +
+                                  ".net\\\" is not a plain name in the netlists folder";
+        EXPECT_EQ(statements(),
+                  (std::vector<std::string>{WorkspaceQuery, NetlistsQuery, shownError(error),
+                                            logged("Error: " + error)}));
+    }
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              QStringList{"workspace"});
+    EXPECT_TRUE(QDir(netlistsFolder).isEmpty());
 }
 
 TEST_F(NetlistReceipt, PortEntriesAreFormattedLikePercentGAndNumberedByTheTakenPorts)

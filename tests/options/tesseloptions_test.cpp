@@ -1,9 +1,12 @@
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include "fakehost.h"
 #include "options/tesseloptions.h"
@@ -34,6 +37,13 @@ QStringList withSortedAttributes(const QByteArray& text)
         line.remove(attribute).append(attributes.join(QString()));
     }
     return lines;
+}
+
+// `text` in UTF-16 with a byte order mark, as the parser recognises it.
+QByteArray utf16(const QString& text)
+{
+    return QByteArray("\xff\xfe") +
+           QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
 }
 
 // One group of many records of one name, left open.
@@ -123,9 +133,10 @@ TEST_F(TesselOptionsTest, WrittenAndReadBackTheSetsKeepRecordsOrderValuesAndTips
     EXPECT_EQ(sets(reread), Sets(general, iff));
 }
 
-// A file that cannot be read or parsed gives the defaults; a well-formed one is
-// taken as it is, without defaults. Either way nothing is said and the file is
-// left alone.
+// A file that cannot be read or parsed gives the defaults; one the parser reads
+// is taken as it is, without defaults, however odd. Either way nothing is said,
+// nothing hangs and the file is left alone; a save afterwards never writes over
+// what is not a regular options file.
 TEST_F(TesselOptionsTest, LoadGivesTheFileAsItIsOrElseTheDefaultsSilently)
 {
     const QByteArray reference = readFile(QStringLiteral(KIVA_OPTIONS_TEST_DATA "/defaults.opt"));
@@ -134,17 +145,43 @@ TEST_F(TesselOptionsTest, LoadGivesTheFileAsItIsOrElseTheDefaultsSilently)
         entityBomb += "<!ENTITY a" + QByteArray::number(i) + " \"" +
                       ("&a" + QByteArray::number(i - 1) + ";").repeated(10) + "\">";
     entityBomb += "]><T><GeneralOptions><Option name=\"x\" value=\"&a9;\"/></GeneralOptions></T>";
+    const QByteArray nested =
+        QByteArray("<a>").repeated(100000) + QByteArray("</a>").repeated(100000);
+    const QByteArray markupInText = "<!-- " + QByteArray("<a>").repeated(300) + " --><![CDATA[" +
+                                    QByteArray("<b>").repeated(300) + "]]><?pi <c><c> ?>";
+    const Records target = {{"TargetLib", "lib", "t"}};
+    const QByteArray targetRecord = R"(<Option name="TargetLib" value="lib" tip="t"/>)";
+    // The plug-in writes what it holds, control characters included.
+    TesselOptions withControlCharacter;
+    withControlCharacter.iff().set_option(QStringLiteral("ExportProjects"),
+                                          QStringLiteral("a\u0001b"), QString());
+    withControlCharacter.set_option_file_name(
+        dir.filePath(QStringLiteral("written")).toStdString());
+    ASSERT_TRUE(withControlCharacter.save());
+    enum Place { File, NoFile, Folder, Fifo, DeviceLink };
 
     const struct
     {
         const char* name;
-        QByteArray content; // null: no file; "/": a folder in its place
+        QByteArray content;
         bool usable = false;
         Records general = {};
         Records iff = {};
+        Place place = File;
+        bool saves = true; // a save afterwards succeeds
     } cases[] = {
-        {"missing file", QByteArray()},
-        {"a folder in its place", "/"},
+        {"missing file", {}, false, {}, {}, NoFile},
+        {"a folder in its place", {}, false, {}, {}, Folder, false},
+        {"a FIFO in its place", {}, false, {}, {}, Fifo, false},
+        {"a link to an endless device", {}, false, {}, {}, DeviceLink, false},
+        {"usable, but larger than 16 MiB",
+         "<T><GeneralOptions>" + targetRecord + "</GeneralOptions></T>" +
+             QByteArray(16 * 1024 * 1024, ' '),
+         false,
+         {},
+         {},
+         File,
+         false},
         {"empty file", ""},
         {"mismatched tags", "<TesselOptions><GeneralOptions></TesselOptions>"},
         {"unescaped ampersand", R"(<T><GeneralOptions><Option value="R&D"/></GeneralOptions></T>)"},
@@ -153,9 +190,49 @@ TEST_F(TesselOptionsTest, LoadGivesTheFileAsItIsOrElseTheDefaultsSilently)
         {"very large and unclosed", largeUnclosedFile()},
         {"entities expanding to billions of characters", entityBomb},
         // Well-formed, but deep enough to overflow the stack of a recursive parser.
-        {"nested far deeper than any options file", "<T>" + QByteArray("<a>").repeated(100000) +
-                                                        QByteArray("</a>").repeated(100000) +
-                                                        "<GeneralOptions/></T>"},
+        {"nested far deeper than any options file, after a declaration and document type",
+         "<?xml version=\"1.0\"?><!DOCTYPE T><T>" + nested + "<GeneralOptions/></T>"},
+        // In UTF-16, U+2F3C and ">" are the bytes of an end tag. Left open: the
+        // parser's partial tree is freed as recursively as a whole one.
+        {"nested deep in UTF-16, behind text whose bytes look like end tags",
+         utf16(QStringLiteral("<T>") + QString(QChar(0x2f3c)).append('>').repeated(100000) +
+               QStringLiteral("<a>").repeated(100000))},
+        {"an entity expanding to deep nesting",
+         "<!DOCTYPE T [<!ENTITY e \"" + nested + "\">]><T>&e;<GeneralOptions/></T>"},
+        {"an entity expanding to deep nesting through character references",
+         "<!DOCTYPE T [<!ENTITY e \"" + QByteArray("&#60;a>").repeated(100000) +
+             "\">]><T>&e;<GeneralOptions/></T>"},
+        // Files the parser reads, though a strict reader would not.
+        {"a control character in a value",
+         "<T><GeneralOptions><Option name=\"TargetLib\" value=\"l\x01ib\" "
+         "tip=\"t\"/></GeneralOptions></T>",
+         true,
+         {{"TargetLib", "l\u0001ib", "t"}}},
+        {"a Latin-1 byte",
+         "<T><GeneralOptions><Option name=\"TargetLib\" value=\"caf\xe9\" tip=\"t\"/>"
+         "</GeneralOptions></T>",
+         true,
+         {{"TargetLib", "caf\ufffd", "t"}}},
+        {"an XML 1.1 declaration",
+         R"(<?xml version="1.1"?><T><GeneralOptions>)" + targetRecord + "</GeneralOptions></T>",
+         true, target},
+        {"a duplicate attribute",
+         R"(<T><GeneralOptions><Option name="TargetLib" value="other" value="lib" tip="t"/>)"
+         "</GeneralOptions></T>",
+         true, target},
+        {"an undeclared prefix",
+         R"(<T q:a="1"><q:x/><GeneralOptions>)" + targetRecord + "</GeneralOptions></T>", true,
+         target},
+        {"markup-like text in comments, CDATA and instructions",
+         "<T>" + markupInText + "<GeneralOptions>" + targetRecord + "</GeneralOptions></T>", true,
+         target},
+        {"an internal subset without markup in its entities",
+         R"(<!DOCTYPE T [<!-- <!ENTITY x "<a>"> --><!ENTITY lib "lib"><!ELEMENT T ANY>]><T><GeneralOptions>)"
+         R"(<Option name="TargetLib" value="&lib;" tip="t"/></GeneralOptions></T>)",
+         true, target},
+        {"written by the plug-in with a control character",
+         readFile(dir.filePath(QStringLiteral("written"))), true, sets(withControlCharacter).first,
+         sets(withControlCharacter).second},
         {"empty general group only", "<TesselOptions><GeneralOptions/></TesselOptions>", true},
         {"root element of another name, other document type and a declaration",
          R"(<?xml version="1.0" encoding="UTF-8"?><!DOCTYPE Something><Other><GeneralOptions>)"
@@ -187,20 +264,27 @@ TEST_F(TesselOptionsTest, LoadGivesTheFileAsItIsOrElseTheDefaultsSilently)
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         const QString path = dir.filePath(QString::fromUtf8(row.name));
-        if (row.content == "/") {
+        if (row.place == Folder)
             ASSERT_TRUE(QDir().mkpath(path));
-        } else if (!row.content.isNull()) {
+        else if (row.place == Fifo)
+            ASSERT_EQ(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
+        else if (row.place == DeviceLink)
+            ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), path));
+        else if (row.place == File)
             writeFile(path, row.content);
-        }
 
         options.set_option_file_name(path.toStdString());
         options.general().set_option(QStringLiteral("Stale"), QStringLiteral("1"), QString());
         options.iff().set_option(QStringLiteral("Stale"), QStringLiteral("2"), QString());
         options.load();
         EXPECT_EQ(sets(options), row.usable ? Sets(row.general, row.iff) : defaults);
-        EXPECT_EQ(QFile::exists(path), !row.content.isNull());
-        if (!row.content.isNull() && row.content != "/") {
+        EXPECT_EQ(QFileInfo(path).exists() || QFileInfo(path).isSymLink(), row.place != NoFile);
+        if (row.place == File) {
             EXPECT_TRUE(readFile(path) == row.content) << "the file was changed";
+        }
+        EXPECT_EQ(options.save(), row.saves);
+        if (!row.saves && row.place == File) {
+            EXPECT_TRUE(readFile(path) == row.content) << "a refused file was written over";
         }
     }
     EXPECT_EQ(MessageRecorder::messages(), QStringList());
@@ -219,6 +303,16 @@ TEST_F(TesselOptionsTest, UnwritablePathGivesFalseSilentlyAndKeepsTheSets)
         EXPECT_FALSE(options.save());
         EXPECT_FALSE(options.iff().write_IFF_options_file(path));
         EXPECT_EQ(sets(options), defaults);
+    }
+    // Neither opened nor written: a FIFO would block, a device swallow the file.
+    const QString fifo = dir.filePath(QStringLiteral("fifo"));
+    const QString zero = dir.filePath(QStringLiteral("zero"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), zero));
+    for (const QString& path : {fifo, zero}) {
+        SCOPED_TRACE(path.toStdString());
+        options.set_option_file_name(path.toStdString());
+        EXPECT_FALSE(options.save());
     }
     EXPECT_FALSE(QDir(dir.filePath(QStringLiteral("missing"))).exists());
     EXPECT_EQ(MessageRecorder::messages(), QStringList());

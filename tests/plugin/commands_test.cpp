@@ -155,6 +155,29 @@ TEST_F(Commands, OnlySendPushIntoMessageStopsAtARefusedFetch)
     EXPECT_EQ(sent().size(), 4u);
 }
 
+TEST_F(Commands, AFailedSendIsShownAsACommunicationErrorAndTheCommandStillAnswers)
+{
+    const std::string iff = file("a.iff", "");
+    RFMsgExp::Testing::failSends(test.server(), "peer went away");
+    const std::string error =
+        "Problem with communications with Mentor - MGCC XServer Error, value is peer went away";
+    for (const auto& [command, count, result, kept] :
+         std::vector<std::tuple<const char*, int, std::optional<int>, int>>{
+             {"mgcconnect_send_push_into_message", 3, std::nullopt, 0},
+             {"mgcconnect_netlist_command", 4, 1, 0},
+             {"mgcconnect_push_command", 3, 1, 0},
+             {"mgcconnect_designsend_command", 5, 1, 0},
+             {"mgcconnect_layoutsend_command", 5, 1, 1}}) {
+        SCOPED_TRACE(command);
+        test.brio.clearStatements();
+        EXPECT_EQ(test.call(command, std::vector<BRIOValue>(count, iff)), result);
+        EXPECT_EQ(statements(),
+                  (std::vector<std::string>{shownError(error), logged("Error: " + error)}));
+        unreleasedHandles += kept;
+    }
+    EXPECT_TRUE(sent().empty());
+}
+
 TEST_F(Commands, OptionCommandsDecodeTheirTextAsUtf8AndKeepItsValue)
 {
     const std::string projects = "Projekt \xc3\xa4, b;c";

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -73,7 +74,13 @@ INSTANTIATE_TEST_SUITE_P(
         RegistrationCase{"below", true, 1001, "Tessel plugin found an incompatible BRIO interface"},
         RegistrationCase{"lowest", true, 1002, nullptr},
         RegistrationCase{"highest", true, 1999, nullptr},
-        RegistrationCase{"above", true, 2000,
+        RegistrationCase{"above", true, 2000, "Tessel plugin found an incompatible BRIO interface"},
+        // Subtracting the lowest version from these would overflow.
+        RegistrationCase{"smallestInt", true, std::numeric_limits<int>::min(),
+                         "Tessel plugin found an incompatible BRIO interface"},
+        RegistrationCase{"justAboveSmallestInt", true, std::numeric_limits<int>::min() + 1001,
+                         "Tessel plugin found an incompatible BRIO interface"},
+        RegistrationCase{"largestInt", true, std::numeric_limits<int>::max(),
                          "Tessel plugin found an incompatible BRIO interface"}),
     [](const testing::TestParamInfo<RegistrationCase>& info) {
         return std::string(info.param.name);

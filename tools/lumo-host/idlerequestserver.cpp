@@ -1,5 +1,8 @@
 #include "idlerequestserver.h"
 
+#include <exception>
+#include <string>
+
 #include "functionrouter.h"
 #include "hostinterface.h"
 #include "lumo/idlerequest.h"
@@ -17,10 +20,22 @@ public:
     {
     }
 
+    // A request that throws is ended and said on the terminal, then passed on
+    // so that its poster learns of the failure.
     void perform() override
     {
         m_interface.beginIdleRequest();
-        m_request.perform();
+        try {
+            m_request.perform();
+        } catch (const std::exception& error) {
+            m_interface.endIdleRequest();
+            Terminal::printMessage(std::string("idle request failed: ") + error.what());
+            throw;
+        } catch (...) {
+            m_interface.endIdleRequest();
+            Terminal::printMessage("idle request failed: unknown exception");
+            throw;
+        }
         m_interface.endIdleRequest();
     }
 
@@ -57,7 +72,11 @@ bool IdleRequestServer::postIdleRequest(IdleRequestC& request)
     if (m_interface.isMainThread()) {
         // Waiting here would wait for ourselves: perform at once.
         MarkedRequest marked(request, m_interface);
-        marked.perform();
+        try {
+            marked.perform();
+        } catch (...) {
+            return false;
+        }
         return true;
     }
     MarkedRequest marked(request, m_interface);

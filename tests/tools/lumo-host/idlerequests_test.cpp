@@ -20,6 +20,19 @@ TEST(HostIdleRequests, FromAPluginThreadArePerformedOnTheMainThread)
         EXPECT_EQ(eval.value("via").toString(), "idle");
 }
 
+TEST(HostIdleRequests, OneThatThrowsIsFailedToItsPosterAndTheHostGoesOn)
+{
+    const HostRun run =
+        runHost({"-", "--serve", "--until=de_info:3", "--timeout=60"}, "tp_post(3, 2);\n");
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.texts("info"),
+              (QStringList{"idle request 1 ran on the main thread",
+                           "idle request 2 failed to its poster, which ran on the main thread",
+                           "idle request 3 ran on the main thread"}));
+    EXPECT_TRUE(run.err.contains("idle request failed: idle request 2 threw"))
+        << run.err.toStdString();
+}
+
 TEST(HostIdleRequests, ArePerformedWhileTheHostWaitsForInput)
 {
     HostProcess host({"-"});

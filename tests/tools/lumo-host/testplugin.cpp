@@ -6,6 +6,7 @@
 #include <QDialog>
 #include <QTimer>
 
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -39,16 +40,18 @@ void info(const std::string& text)
 }
 
 // Shows `text`, followed by where it was performed, from the main loop; then
-// closes the dialog, if given one.
+// closes the dialog, if given one. Throws instead when asked to.
 class InfoRequest : public IdleRequestC
 {
 public:
-    explicit InfoRequest(std::string text, QDialog* dialog = nullptr)
-        : m_text(std::move(text)), m_dialog(dialog)
+    explicit InfoRequest(std::string text, QDialog* dialog = nullptr, bool throws = false)
+        : m_text(std::move(text)), m_dialog(dialog), m_throws(throws)
     {
     }
     void perform() override
     {
+        if (m_throws)
+            throw std::runtime_error(m_text + " threw");
         const bool main = std::this_thread::get_id() == state().mainThread;
         info(m_text + (main ? " ran on the main thread" : " ran on another thread"));
         if (m_dialog)
@@ -58,6 +61,7 @@ public:
 private:
     std::string m_text;
     QDialog* m_dialog;
+    bool m_throws;
 };
 
 // Reads argument `index` as `type`; the handle is released `releases` times.
@@ -124,16 +128,24 @@ BRIOValueHandle typesCommand()
     return brio().return_integer(index);
 }
 
-// tp_post(n): a thread of the plug-in posts n idle requests, one at a time.
+// tp_post(n[, k]): a thread of the plug-in posts n idle requests, one at a
+// time; request k throws, and its failure is shown by a request of its own.
 BRIOValueHandle postCommand()
 {
     int count = 0;
+    int throwing = 0;
     if (!argument(0, brio().integer_type(), &count))
         return nullptr;
-    std::thread([count] {
-        for (int i = 1; i <= count; ++i)
-            if (!InfoRequest("idle request " + std::to_string(i)).postAndWaitUntilPerformed())
+    argument(1, brio().integer_type(), &throwing);
+    std::thread([count, throwing] {
+        for (int i = 1; i <= count; ++i) {
+            const std::string name = "idle request " + std::to_string(i);
+            if (InfoRequest(name, nullptr, i == throwing).postAndWaitUntilPerformed())
+                continue;
+            if (i != throwing ||
+                !InfoRequest(name + " failed to its poster, which").postAndWaitUntilPerformed())
                 return;
+        }
     }).detach();
     return brio().return_integer(1);
 }

@@ -68,6 +68,8 @@ eResultKind XBridge::Disconnect()
 
 msg_auto_ptr<IXSetUsers> XBridge::GetConnected()
 {
+    if (m_noPeerSet)
+        return {};
     return msg_auto_ptr<IXSetUsers>(new UserSet(m_transport->peers()));
 }
 
@@ -96,6 +98,7 @@ msg_auto_ptr<IRFMessage> XBridge::OnSend(IRFMessage* message, const msgString& t
 namespace Testing {
 
 void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
+void simulateNoPeerSet(XBridge& bridge);
 std::vector<SentMessage> sentMessages(XBridge& bridge);
 void clearSentMessages(XBridge& bridge);
 void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
@@ -107,11 +110,18 @@ void stopDelivery(XBridge& bridge);
 struct BridgeSeamAccess
 {
     static BridgeTransport& transport(XBridge& bridge) { return *bridge.m_transport; }
+    static bool& noPeerSet(XBridge& bridge) { return bridge.m_noPeerSet; }
 };
 
 void Testing::simulatePeers(XBridge& bridge, std::vector<Peer> peers)
 {
+    BridgeSeamAccess::noPeerSet(bridge) = false;
     BridgeSeamAccess::transport(bridge).simulate(std::move(peers));
+}
+
+void Testing::simulateNoPeerSet(XBridge& bridge)
+{
+    BridgeSeamAccess::noPeerSet(bridge) = true;
 }
 
 std::vector<Testing::SentMessage> Testing::sentMessages(XBridge& bridge)

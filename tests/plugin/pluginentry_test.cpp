@@ -98,11 +98,6 @@ TEST(PluginEntry, ReRegistrationKeepsTheOneServerAndRegistersTheTableAgain)
         EXPECT_EQ(brio->registrations(), 2);
         EXPECT_TRUE(server->commandsRegistered());
         EXPECT_EQ(GetLibraryVersion(), 100);
-        // Without an interface the next registration forgets the old one.
-        FakeRegistry empty(nullptr);
-        RegisterLibraryContents(&empty);
-        EXPECT_EQ(PluginState::brio(), nullptr);
-        EXPECT_EQ(PluginState::server(), server);
 
         EXPECT_EQ(brio->registrationWords(), (std::vector<std::uint64_t>{0, 0, 0, 1}));
         const BRIOLibraryBlock* block = brio->registeredBlock();
@@ -129,6 +124,12 @@ TEST(PluginEntry, ReRegistrationKeepsTheOneServerAndRegistersTheTableAgain)
                         !row.reserved3 && !row.reserved4)
                 << expected[i];
         }
+        // Without an interface the next registration forgets the old one.
+        FakeRegistry empty(nullptr);
+        RegisterLibraryContents(&empty);
+        EXPECT_EQ(PluginState::brio(), nullptr);
+        EXPECT_EQ(PluginState::server(), server);
+        delete brio;
     });
 }
 

@@ -19,3 +19,13 @@ function(kiva_add_benchmark name)
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} benchmark::benchmark)
 endfunction()
+
+# ./run sanitize: AddressSanitizer (leak checks included) and
+# UndefinedBehaviorSanitizer over everything built, tools and plug-in too.
+# Undefined behaviour stops the program, so that the test fails.
+option(KIVA_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+if(KIVA_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer
+                        -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()

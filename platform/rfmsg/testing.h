@@ -33,6 +33,9 @@ RFMSG_EXPORT MessageContent contentOf(IRFMessage& message);
 // From now on GetConnected() of this bridge lists `peers` instead of its real
 // connections, and OnSend records instead of sending.
 RFMSG_EXPORT void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
+// From now on (until simulatePeers) GetConnected() gives no set at all, as a
+// library may.
+RFMSG_EXPORT void simulateNoPeerSet(XBridge& bridge);
 // Every message OnSend was given while simulating, oldest first.
 RFMSG_EXPORT std::vector<SentMessage> sentMessages(XBridge& bridge);
 RFMSG_EXPORT void clearSentMessages(XBridge& bridge);

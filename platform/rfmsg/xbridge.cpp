@@ -70,6 +70,8 @@ eResultKind XBridge::Disconnect()
 
 msg_auto_ptr<IXSetUsers> XBridge::GetConnected()
 {
+    if (m_noPeerSet)
+        return {};
     return msg_auto_ptr<IXSetUsers>(new UserSet(m_transport->peers()));
 }
 
@@ -98,6 +100,7 @@ msg_auto_ptr<IRFMessage> XBridge::OnSend(IRFMessage* message, const msgString& t
 namespace Testing {
 
 void simulatePeers(XBridge& bridge, std::vector<Peer> peers);
+void simulateNoPeerSet(XBridge& bridge);
 std::vector<SentMessage> sentMessages(XBridge& bridge);
 void clearSentMessages(XBridge& bridge);
 void failSends(XBridge& bridge, std::string reason);
@@ -110,11 +113,18 @@ void stopDelivery(XBridge& bridge);
 struct BridgeSeamAccess
 {
     static BridgeTransport& transport(XBridge& bridge) { return *bridge.m_transport; }
+    static bool& noPeerSet(XBridge& bridge) { return bridge.m_noPeerSet; }
 };
 
 void Testing::simulatePeers(XBridge& bridge, std::vector<Peer> peers)
 {
+    BridgeSeamAccess::noPeerSet(bridge) = false;
     BridgeSeamAccess::transport(bridge).simulate(std::move(peers));
+}
+
+void Testing::simulateNoPeerSet(XBridge& bridge)
+{
+    BridgeSeamAccess::noPeerSet(bridge) = true;
 }
 
 std::vector<Testing::SentMessage> Testing::sentMessages(XBridge& bridge)

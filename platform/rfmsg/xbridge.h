@@ -51,6 +51,7 @@ private:
     friend class BridgeTransport;
     friend struct BridgeSeamAccess;
     std::unique_ptr<BridgeTransport> m_transport;
+    bool m_noPeerSet = false; // test seam: GetConnected() gives null
 };
 
 } // namespace RFMsgExp

@@ -4,6 +4,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+QString pluginUnderTest()
+{
+    return QStringLiteral(PLUGIN_PATH);
+}
+
 namespace E2E {
 
 QStringList hostArguments(const QStringList& more, bool withWorkspace)

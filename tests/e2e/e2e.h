@@ -1,5 +1,5 @@
 #pragma once
-// lumo-host (tests/tools/lumo-host/hostrun.h) with the real plug-in, driven
+// lumo-host (tests/support/hostrun.h) with the real plug-in, driven
 // through its standard input, and the files of examples/.
 
 #include <QJsonObject>

@@ -27,6 +27,8 @@ TEST(PluginLoading, WithoutAnAcceptableBrioInterfaceNothingIsRegisteredAndTheUse
         const HostRun run =
             runHost(E2E::hostArguments(row.arguments), "mgcconnect_is_connected_to_schematic();\n");
         EXPECT_EQ(run.records("load").at(0).value("version").toInt(), 100);
+        EXPECT_EQ(run.records("lookup").at(0).value("found").toBool(),
+                  !row.arguments.contains("--no-brio"));
         EXPECT_EQ(run.texts("load_error"),
                   row.loadError.isEmpty() ? QStringList{} : QStringList{row.loadError});
         const std::vector<QJsonObject> registered = run.records("register");

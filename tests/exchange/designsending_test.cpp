@@ -15,14 +15,16 @@ namespace {
 class DesignSending : public PluginTest
 {
 protected:
-    // Calls the command, which returns 1 whatever happened; the body of the
-    // one message it sent (nullopt: none). Standard error goes to `standardError`.
-    std::optional<std::string> send(const char* command, std::vector<BRIOValue> arguments)
+    // Calls the command, which returns 1 whatever happened, with get_argument
+    // refusing the argument at `refused`; the body of the one message it sent
+    // (nullopt: none). Standard error goes to `standardError`.
+    std::optional<std::string> send(const char* command, std::vector<BRIOValue> arguments,
+                                    int refused = -1)
     {
         test.brio.clearStatements();
         RFMsgExp::Testing::clearSentMessages(test.server());
         testing::internal::CaptureStderr();
-        EXPECT_EQ(test.call(command, std::move(arguments)), 1);
+        EXPECT_EQ(test.call(command, std::move(arguments), refused), 1);
         standardError = testing::internal::GetCapturedStderr();
         const auto messages = sent();
         EXPECT_LE(messages.size(), 1u);
@@ -80,6 +82,10 @@ TEST_F(DesignSending, DesignSendGoesOnWithWhatItCouldRead)
         EXPECT_EQ(standardError, row.standardError);
         EXPECT_TRUE(statements().empty());
     }
+    // No schematic value: nothing is read or sent.
+    EXPECT_EQ(send("mgcconnect_designsend_command", {file("s"), "none", "d", "r", "p"}, 0),
+              std::nullopt);
+    EXPECT_EQ(standardError, "");
 }
 
 TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSchematic)
@@ -97,6 +103,11 @@ TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSch
     EXPECT_TRUE(statements().empty());
     EXPECT_EQ(standardError, "Unable to open IFF file " + file("l2") + "\n");
     unreleasedHandles = 2;
+
+    // The value kept is the second one: refused, nothing is left unreleased.
+    const int handles = test.brio.liveHandles();
+    send("mgcconnect_layoutsend_command", {file("l2"), file("s2"), "d", "r", "p"}, 1);
+    EXPECT_EQ(test.brio.liveHandles(), handles);
 }
 
 } // namespace

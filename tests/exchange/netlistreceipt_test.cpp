@@ -85,10 +85,10 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
         {"", "r1", "( xy)", "_r1", 0},
         {"a.b.sch", "", "( a b )", "a.b_", 1},
         {"q\"x.sch", "r\"1", "no brackets", "q\"x_r\"1", 0},
-        {"amp top.sch", "l n a", "only ( open", "amp top_l n a", 0},
+        {"amp top.sch", "l n a", "only ( o p e n", "amp top_l n a", 0},
         {"Verst\xc3\xa4rker.sch", "\xce\xa9", "(x y)", "Verst\xc3\xa4rker_\xce\xa9", 1},
         {"..", "r", "(x y)", ".._r", 1},
-        {"d.sch", "r", "only ) close", "d_r", 0},
+        {"d.sch", "r", " a b ) close", "d_r", 0},
         {"d.sch", "r", "() a b", "d_r", 2},
         {"d.sch", "r", "( ) x y", "d_r", 2},
         {"d.sch", "r", ") a ( b c d e", "d_r", 3},
@@ -202,8 +202,10 @@ TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
         std::string netlists, region, netlist;
         int count;
     };
+    // The netlists path is taken as the host gives it, backslash and all.
+    ASSERT_TRUE(QDir(dir.path()).mkdir("a\\b"));
     for (const Row& row : {Row{netlists + "/missing", "r", "n", 0}, Row{netlists, huge, "n", 0},
-                           Row{netlists, "r", big, 2}}) {
+                           Row{netlists + "/a\\b", "r", "n", 0}, Row{netlists, "r", big, 2}}) {
         SCOPED_TRACE(row.netlists + " " + row.region.substr(0, 10));
         test.reset();
         test.answerPaths("/ws", row.netlists);
@@ -212,6 +214,7 @@ TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
                   host(create("d_" + row.region, "d.sch", row.region, row.count)));
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"d_r.net"});
+    EXPECT_EQ(fileContent(netlists + "/a\\b/d_r.net"), "n");
     const std::optional<std::string> written = fileContent(netlists + "/d_r.net");
     EXPECT_TRUE(written == big) << "written " << (written ? written->size() : 0) << " bytes";
 }

@@ -118,6 +118,8 @@ TEST_F(Commands, ConnectionQueriesMatchTheApplicationNameIgnoringCase)
         EXPECT_EQ(test.call("mgcconnect_is_connected_to_schematic"), schematic);
         EXPECT_EQ(test.call("mgcconnect_is_connected_to_layout"), layout);
     }
+    RFMsgExp::Testing::simulateNoPeerSet(test.server());
+    EXPECT_EQ(test.call("mgcconnect_is_connected_to_schematic"), 0) << "no set: no peer";
     EXPECT_TRUE(statements().empty());
 }
 

@@ -131,6 +131,12 @@ TEST(PluginEntry, ReRegistrationKeepsTheOneServerAndRegistersTheTableAgain)
                         !row.reserved3 && !row.reserved4)
                 << expected[i];
         }
+        // Without an interface the next registration forgets the old one.
+        FakeRegistry empty(nullptr);
+        RegisterLibraryContents(&empty);
+        EXPECT_EQ(PluginState::brio(), nullptr);
+        EXPECT_EQ(PluginState::server(), server);
+        delete brio;
     });
 }
 

@@ -42,6 +42,12 @@ TEST_F(ConnectionListing, ListsThePeersWithALeadingComma)
         EXPECT_EQ(test.call("mgcconnect_show_connections"), std::nullopt);
         EXPECT_EQ(statements(), std::vector<std::string>{host(lead + row.list + ");")});
     }
+    // An exception of the messaging library stops at the command, destroyed
+    // (the fixture counts the objects).
+    test.brio.setEvaluator([](const std::string&, const std::string&) -> bool {
+        throw RFMsgExp::IXException::Create("x");
+    });
+    EXPECT_EQ(test.call("mgcconnect_show_connections"), std::nullopt);
 }
 
 TEST_F(ConnectionListing, FromAnotherThreadNothingReachesTheHost)

@@ -101,6 +101,16 @@ TEST_F(MessageReceipt, AHandledKindWithoutDocumentIsLoggedAndTheNextMessageHandl
         [&] { replied = static_cast<bool>(test.server().OnReceive({})); }));
     EXPECT_FALSE(replied) << "a null message";
     EXPECT_TRUE(statements().empty());
+
+    // An exception of the messaging library (here from the host, on its own
+    // thread) is logged and destroyed; the fixture counts the objects.
+    test.brio.setEvaluator([](const std::string&, const std::string& text) -> bool {
+        if (text.find("mgclink_get_workspace_path") != std::string::npos)
+            throw RFMsgExp::IXException::Create("no host");
+        return true;
+    });
+    EXPECT_FALSE(test.server().OnReceive(RFMsgExp::Testing::makeMessage(messageOfKind(212))));
+    EXPECT_EQ(statements(), (std::vector<std::string>{WorkspaceQuery, exception}));
 }
 
 TEST_F(MessageReceipt, ACommunicationErrorIsShownWithTheLibraryText)

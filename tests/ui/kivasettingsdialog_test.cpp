@@ -26,7 +26,7 @@
 #include "options/tesseloptions.h"
 #include "ui/kivasettingsdialog.h"
 
-#include "../options/optionstestsupport.h"
+#include "optionstestsupport.h"
 
 namespace OptionName = Tessel::OptionName;
 

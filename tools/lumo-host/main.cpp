@@ -17,6 +17,10 @@
 #include "session.h"
 #include "terminal.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace {
 
 // A closed standard stream would be taken over by the next file opened (the
@@ -88,13 +92,17 @@ int main(int argc, char** argv)
     // Never deleted: threads of the plug-in may still reach the host while the process ends.
     auto* session = new Session(options);
     int status = Session::Done;
-    if (!session->prepare(&status))
-        return status;
-    QMetaObject::invokeMethod(session, &Session::start, Qt::QueuedConnection);
-    status = application.exec();
-    session->finish(status);
+    if (session->prepare(&status)) {
+        QMetaObject::invokeMethod(session, &Session::start, Qt::QueuedConnection);
+        status = application.exec();
+        session->finish(status);
+    }
     // Threads of the plug-in (its messaging library's) may still run: end here
     // rather than tear static objects and Qt down under them.
     std::fflush(nullptr);
+#ifdef __SANITIZE_ADDRESS__
+    // _Exit skips the leak check that would run at exit.
+    __lsan_do_leak_check();
+#endif
     std::_Exit(status);
 }

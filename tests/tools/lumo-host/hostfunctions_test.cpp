@@ -7,6 +7,11 @@
 
 #include "hostrun.h"
 
+QString pluginUnderTest()
+{
+    return QStringLiteral(PLUGIN_PATH);
+}
+
 namespace {
 
 class HostFunctionsTest : public ::testing::Test

@@ -39,19 +39,13 @@ TEST(HostLoading, LoadsThePluginThenRegistersItsCommandsBeforeAnyStatement)
               R"("library":"TestOp"})");
 }
 
-TEST(HostLoading, BrioVersionIsWhatThePluginIsToldAndNoBrioFindsNoInterface)
+// The interface it finds, or not, and the version it is told: the end-to-end
+// loading table (tests/e2e/loading_test.cpp), with the real plug-in.
+TEST(HostLoading, BrioVersionIsWhatThePluginIsTold)
 {
     EXPECT_EQ(runHost({"-e", "tp_version();"}).results(), QJsonArray({1500}));
     EXPECT_EQ(runHost({"--brio-version=2000", "-e", "tp_version();"}).results(),
               QJsonArray({2000}));
-
-    const HostRun run = runHost({"--no-brio", "-e", "tp_version();"});
-    EXPECT_FALSE(run.records("lookup").at(0).value("found").toBool());
-    EXPECT_EQ(run.texts("load_error"), QStringList{"test plug-in: no BRIO interface"});
-    EXPECT_TRUE(run.err.contains("test plug-in: no BRIO interface"));
-    EXPECT_TRUE(run.records("register").empty());
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err.contains("-e 1:1: error: unknown function tp_version"));
 }
 
 TEST(HostLoading, DefaultPluginIsLibkiva51BesideTheHost)

@@ -105,7 +105,7 @@ HostProcess::HostProcess(QStringList arguments, const QString& program,
     ensureApplication();
     arguments.replaceInStrings("{dir}", m_dir.path());
     if (program.isEmpty() && !arguments.contains("--plugin"))
-        arguments << "--plugin" << PLUGIN_PATH;
+        arguments << "--plugin" << pluginUnderTest();
     if (!arguments.contains("--journal"))
         arguments << "--journal" << path("journal.jsonl");
     m_process.setProgram(program.isEmpty() ? LUMO_HOST_PATH : program);
@@ -210,9 +210,4 @@ HostRun HostProcess::finish(const QByteArray& input)
 HostRun runHost(const QStringList& arguments, const QByteArray& input)
 {
     return HostProcess(arguments).finish(input);
-}
-
-void PrintTo(const QString& text, std::ostream* out)
-{
-    *out << '"' << text.toStdString() << '"';
 }

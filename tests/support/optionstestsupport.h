@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "qstringprinting.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -13,9 +15,6 @@ namespace Tessel {
 class Options;
 class TesselOptions;
 } // namespace Tessel
-
-// Lets GoogleTest print texts readably in failure messages.
-void PrintTo(const QString& text, std::ostream* out);
 
 namespace OptionsTestSupport {
 

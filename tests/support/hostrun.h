@@ -1,7 +1,8 @@
 #pragma once
 // Runs lumo-host as a real process and collects its exit status, output and
 // journal, reading them as they come. Every journal record is checked to
-// carry exactly the fields of its event. Shared with the end-to-end tests.
+// carry exactly the fields of its event. Shared by the lumo-host and the
+// end-to-end tests.
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -15,6 +16,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "qstringprinting.h"
 
 // Journal records of `event` whose `field` starts with `start` (any when
 // `field` is empty).
@@ -48,12 +51,17 @@ struct HostRun
     int indexOf(const RecordMatch& match) const;
 };
 
+// The plug-in that a host started by HostProcess loads unless told otherwise;
+// each test program that runs the host defines it.
+QString pluginUnderTest();
+
 class HostProcess
 {
 public:
     // Starts the host in a folder of its own, its working directory, for which
     // `{dir}` in an argument stands. The arguments get --journal, and --plugin
-    // with PLUGIN_PATH, unless they name their own or another `program` runs.
+    // with pluginUnderTest(), unless they name their own or another `program`
+    // runs.
     explicit HostProcess(
         QStringList arguments, const QString& program = {},
         const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment());
@@ -89,6 +97,3 @@ private:
 };
 
 HostRun runHost(const QStringList& arguments, const QByteArray& input = {});
-
-// Readable failure messages.
-void PrintTo(const QString& text, std::ostream* out);

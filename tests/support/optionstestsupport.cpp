@@ -8,11 +8,6 @@
 #include "options/options.h"
 #include "options/tesseloptions.h"
 
-void PrintTo(const QString& text, std::ostream* out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-
 namespace OptionsTestSupport {
 
 Records records(const Tessel::Options& options)

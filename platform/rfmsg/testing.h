@@ -47,6 +47,16 @@ struct TransportLimits
     // Received messages waiting for OnReceive before peers are no longer read.
     std::size_t queuedMessages = 64;
     std::size_t queuedBytes = 64u << 20;
+    // Largest HELLO payload.
+    std::uint32_t announcementLimit = 64u << 10;
+    // Memory for received, undelivered data of all connections together (0:
+    // twice the frame limit); frames of up to smallFrameLimit bytes draw on
+    // smallFrameReserve instead.
+    std::size_t receiveBudget = 0;
+    std::size_t smallFrameLimit = 1u << 20;
+    std::size_t smallFrameReserve = 64u << 20;
+    // Time a started frame may go without receiving a byte.
+    int stallTimeoutMs = 30000;
 };
 RFMSG_EXPORT void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
 
@@ -59,6 +69,11 @@ struct TransportStats
     int pausedConnections = 0;
     // Open connections, announced or not.
     int openConnections = 0;
+    // Receive budget (not the small frames' reserve): reserved now, the most
+    // ever, and connections whose next frame waits for room.
+    std::size_t budgetReserved = 0;
+    std::size_t budgetHighWater = 0;
+    int waitingForBudget = 0;
 };
 RFMSG_EXPORT TransportStats transportStats(XBridge& bridge);
 

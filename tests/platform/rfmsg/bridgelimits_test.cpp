@@ -154,3 +154,17 @@ TEST(BridgeLimits, TenThousandPortsGivingOnlyTheirNamesAreAccepted)
     EXPECT_EQ(received[9999].name, "P9999");
     EXPECT_EQ(received[9999].enabled, 1);
 }
+
+TEST(MessageText, IsLentWithoutACopyAndWhatWasLentNeverChanges)
+{
+    msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(222, "body"));
+    const msgString lent = message->GetText();
+    EXPECT_EQ(message->GetText().c_str(), lent.c_str()) << "the text was copied";
+    EXPECT_EQ(Testing::contentOf(*message).text, "body");
+    message->SetText("new");
+    EXPECT_EQ(lent.str(), "body");
+    EXPECT_EQ(message->GetText().str(), "new");
+    EXPECT_EQ(Testing::contentOf(*message).text, "new");
+    message.reset();
+    EXPECT_EQ(lent.str(), "body") << "outlives its message";
+}

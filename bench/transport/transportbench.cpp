@@ -357,12 +357,7 @@ public:
         std::fflush(stdout);
         return {};
     }
-};
-
-class StalledBridge : public XBridge
-{
-public:
-    ~StalledBridge() override { Testing::stopDelivery(*this); }
+    // A peer dropped (the stalling peers).
     void OnError(const IXException&) override
     {
         std::printf("dropped\n");
@@ -370,28 +365,11 @@ public:
     }
 };
 
-int receiveStalling()
-{
-    StalledBridge bridge;
-    Testing::TransportLimits limits;
-    limits.frameLimit = kStallFrameLimit;
-    limits.stallTimeoutMs = 1000;
-    Testing::setTransportLimits(bridge, limits);
-    int port = 0;
-    bridge.Init(port, 0);
-    std::printf("port %d\n", port);
-    std::fflush(stdout);
-    char ignored[16];
-    while (::read(0, ignored, sizeof ignored) > 0) {
-    }
-    bridge.Disconnect();
-    std::printf("peak %ld\n", peakMemoryBytes());
-    return 0;
-}
-
-int receiveThroughBridge()
+// Runs a receiving bridge with `limits` until standard input closes.
+int serveBridge(const Testing::TransportLimits& limits)
 {
     ReceivingBridge bridge;
+    Testing::setTransportLimits(bridge, limits);
     int port = 0;
     bridge.Init(port, 0);
     std::printf("port %d\n", port);
@@ -435,11 +413,15 @@ int receiveBare()
 int main(int argc, char** argv)
 {
     if (argc == 2 && std::strcmp(argv[1], "--receive-through-bridge") == 0)
-        return receiveThroughBridge();
+        return serveBridge({});
     if (argc == 2 && std::strcmp(argv[1], "--receive-bare") == 0)
         return receiveBare();
-    if (argc == 2 && std::strcmp(argv[1], "--receive-stalling") == 0)
-        return receiveStalling();
+    if (argc == 2 && std::strcmp(argv[1], "--receive-stalling") == 0) {
+        Testing::TransportLimits limits;
+        limits.frameLimit = kStallFrameLimit;
+        limits.stallTimeoutMs = 1000;
+        return serveBridge(limits);
+    }
     ::signal(SIGPIPE, SIG_IGN);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -69,12 +69,6 @@ std::size_t ReceiveBudget::highWater()
     return m_large.highWater;
 }
 
-std::size_t ReceiveBudget::smallReserved()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_small.used;
-}
-
 ReceiveBudget::Reservation::Reservation(Reservation&& other) noexcept
     : m_budget(std::exchange(other.m_budget, nullptr)), m_small(other.m_small),
       m_size(std::exchange(other.m_size, 0))

@@ -30,7 +30,6 @@ public:
 
     std::size_t reserved();
     std::size_t highWater();
-    std::size_t smallReserved();
 
     class Reservation
     {

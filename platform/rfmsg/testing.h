@@ -44,7 +44,8 @@ struct TransportLimits
     std::uint32_t frameLimit = 1u << 30;
     // Time a new connection has to announce itself.
     int handshakeTimeoutMs = 10000;
-    // Received messages waiting for OnReceive before peers are no longer read.
+    // Received messages waiting for OnReceive (bytes: their decoded size)
+    // before peers are no longer read.
     std::size_t queuedMessages = 64;
     std::size_t queuedBytes = 64u << 20;
     // Largest HELLO payload.

@@ -1,7 +1,8 @@
 // libFuzzer target: arbitrary bytes as they could arrive on a connection, cut
 // into frames and decoded as the bridge and the peer client do. Besides not
-// crashing, leaking or over-allocating, a message that decodes must encode
-// and decode again to the same content.
+// crashing, leaking or over-allocating (the decoder's own limit on what a
+// message may take is well within -malloc_limit_mb), a message that decodes
+// must encode and decode again to the same content.
 
 #include <cstddef>
 #include <cstdint>
@@ -51,8 +52,9 @@ bool sameContent(const MessageContent& a, const MessageContent& b)
     return true;
 }
 
-void decodeFrame(const Wire::FrameReader::Frame& frame)
+void decodeFrame(Wire::FrameReader& reader)
 {
+    const Wire::FrameReader::Frame frame = reader.front();
     try {
         switch (frame.type) {
         case Wire::FrameType::Hello:
@@ -65,7 +67,10 @@ void decodeFrame(const Wire::FrameReader::Frame& frame)
             Wire::decodeClose(frame.payload, frame.size);
             break;
         case Wire::FrameType::Message: {
-            const MessageContent content = Wire::decodeMessage(frame.payload, frame.size);
+            // A frame received into its own buffer is decoded in it, as the bridge does.
+            const MessageContent content = reader.ownsPayload()
+                                               ? Wire::decodeMessage(reader.takePayload())
+                                               : Wire::decodeMessage(frame.payload, frame.size);
             const std::string again = Wire::encodeMessage(content).flatten();
             const MessageContent back = Wire::decodeMessage(again.data() + Wire::kHeaderSize,
                                                             again.size() - Wire::kHeaderSize);
@@ -81,6 +86,9 @@ void decodeFrame(const Wire::FrameReader::Frame& frame)
 
 } // namespace
 
+// A small limit, so that claimed lengths beyond it are exercised too.
+constexpr std::uint32_t kLimit = 1u << 20;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size == 0)
@@ -89,8 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t split = size > 1 ? data[0] % size : 0;
     const char* bytes = reinterpret_cast<const char*>(data) + 1;
     const std::size_t length = size - 1;
-    // A small limit, so that claimed lengths beyond it are exercised too.
-    Wire::FrameReader reader(1u << 20);
+    Wire::FrameReader reader(kLimit);
     const std::size_t pieces[2] = {std::min(split, length), length - std::min(split, length)};
     std::size_t offset = 0;
     for (std::size_t piece : pieces) {
@@ -102,11 +109,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 return 0;
             if (status == Wire::FrameReader::Status::NeedMore)
                 break;
-            decodeFrame(reader.front());
+            decodeFrame(reader);
             reader.pop();
         }
-        // Never more room than what arrived asks for (twice, as it grows).
-        if (reader.capacity() > 2 * (length + 1) + (64u << 10))
+        // Never more room than what arrived asks for (twice, as it grows),
+        // besides the declared size of the one frame being received.
+        if (reader.capacity() > 2 * (length + 1) + (64u << 10) + kLimit)
             std::abort();
     }
     return 0;

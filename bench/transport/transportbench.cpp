@@ -1,6 +1,7 @@
 // The bridge's transport beside bare POSIX sockets doing the same work in the
 // same run: small-message round trips, and a 200 MiB text body sent to another
-// process (time, and that process's peak memory).
+// process (time, and that process's peak memory). Also what four peers that
+// stop half-way through frames of the frame limit cost a bridge process.
 
 #include <benchmark/benchmark.h>
 
@@ -31,6 +32,9 @@ using namespace RFMsgExp;
 namespace {
 
 constexpr std::size_t kLargeBody = 200u << 20;
+// The frame limit of the bridge that stalling peers attack; its budget is twice that.
+constexpr std::uint32_t kStallFrameLimit = 64u << 20;
+constexpr int kStallingPeers = 4;
 
 // Helpers over bare sockets -------------------------------------------------
 
@@ -290,6 +294,50 @@ void BM_LargeBodyBareSocket(benchmark::State& state)
 }
 BENCHMARK(BM_LargeBodyBareSocket)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 
+// Peers stalling mid-frame -------------------------------------------------
+
+std::string header(unsigned char type, std::uint32_t length)
+{
+    std::string bytes = {'R', 'F', 1, static_cast<char>(type)};
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes += static_cast<char>((length >> shift) & 0xff);
+    return bytes;
+}
+
+void BM_StallingPeersPeakMemory(benchmark::State& state)
+{
+    Receiver receiver("--receive-stalling");
+    const long port = receiver.expect("port ");
+    const std::string hello = Wire::encodeHello({"STALL", Wire::kProtocolVersion}).flatten();
+    const std::string half = header(3, kStallFrameLimit) + std::string(kStallFrameLimit / 2, 'x');
+    for (auto _ : state) {
+        // Each sends half a frame of the limit and stops; those that wait for
+        // the budget are not read, so their sending blocks until dropped.
+        std::vector<std::thread> peers;
+        std::vector<int> fds;
+        for (int i = 0; i < kStallingPeers; ++i) {
+            fds.push_back(connectLoopback(static_cast<int>(port)));
+            peers.emplace_back([fd = fds.back(), &hello, &half] {
+                writeExactly(fd, hello.data(), hello.size());
+                writeExactly(fd, half.data(), half.size());
+            });
+        }
+        bool dropped = true;
+        for (int i = 0; i < kStallingPeers; ++i)
+            dropped = receiver.expect("dropped") == 0 && dropped;
+        for (std::thread& peer : peers)
+            peer.join();
+        for (const int fd : fds)
+            ::close(fd);
+        if (!dropped) {
+            state.SkipWithError("the stalling peers were not dropped");
+            break;
+        }
+    }
+    state.counters["peak_memory_bytes"] = static_cast<double>(receiver.peak());
+}
+BENCHMARK(BM_StallingPeersPeakMemory)->Iterations(1)->Unit(benchmark::kMillisecond);
+
 // The children --------------------------------------------------------------
 
 class ReceivingBridge : public XBridge
@@ -309,11 +357,19 @@ public:
         std::fflush(stdout);
         return {};
     }
+    // A peer dropped (the stalling peers).
+    void OnError(const IXException&) override
+    {
+        std::printf("dropped\n");
+        std::fflush(stdout);
+    }
 };
 
-int receiveThroughBridge()
+// Runs a receiving bridge with `limits` until standard input closes.
+int serveBridge(const Testing::TransportLimits& limits)
 {
     ReceivingBridge bridge;
+    Testing::setTransportLimits(bridge, limits);
     int port = 0;
     bridge.Init(port, 0);
     std::printf("port %d\n", port);
@@ -357,9 +413,15 @@ int receiveBare()
 int main(int argc, char** argv)
 {
     if (argc == 2 && std::strcmp(argv[1], "--receive-through-bridge") == 0)
-        return receiveThroughBridge();
+        return serveBridge({});
     if (argc == 2 && std::strcmp(argv[1], "--receive-bare") == 0)
         return receiveBare();
+    if (argc == 2 && std::strcmp(argv[1], "--receive-stalling") == 0) {
+        Testing::TransportLimits limits;
+        limits.frameLimit = kStallFrameLimit;
+        limits.stallTimeoutMs = 1000;
+        return serveBridge(limits);
+    }
     ::signal(SIGPIPE, SIG_IGN);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

@@ -27,7 +27,7 @@ struct BridgeConnection::WantsWriteUpdate
 
 BridgeConnection::BridgeConnection(int fd, std::string address, std::uint32_t frameLimit,
                                    std::chrono::steady_clock::time_point deadline)
-    : reader(frameLimit), handshakeDeadline(deadline), m_fd(fd), m_address(std::move(address))
+    : reader(frameLimit, true), handshakeDeadline(deadline), m_fd(fd), m_address(std::move(address))
 {
 }
 

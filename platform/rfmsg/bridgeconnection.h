@@ -14,6 +14,7 @@
 
 #include "rfmsg/deliveryqueue.h"
 #include "rfmsg/framereader.h"
+#include "rfmsg/receivebudget.h"
 
 namespace RFMsgExp {
 
@@ -67,6 +68,13 @@ public:
     // A received message the full delivery queue could not take yet; while it
     // waits the connection is not read (TCP back-pressure on the peer).
     std::unique_ptr<Delivery> pending;
+    // The next frame waits for room in the receive budget; meanwhile the
+    // connection is not read either.
+    bool waitingForBudget = false;
+    // Memory reserved for the frame being received, and when a byte last came.
+    ReceiveBudget::Reservation frameReservation;
+    std::chrono::steady_clock::time_point lastProgress;
+    bool readingPaused() const { return pending || waitingForBudget; }
     // The peer shut its side while reading was paused.
     bool peerClosed = false;
     // The events the network role's epoll watches for now (0: not registered).

@@ -85,7 +85,7 @@ std::shared_ptr<const std::string> frameOf(Wire::FrameEncoder&& encoder)
 } // namespace
 
 BridgeTransport::BridgeTransport(XBridge& owner)
-    : m_owner(owner), m_queue([this] { wake(); }),
+    : m_owner(owner), m_budget([this] { wake(); }), m_queue([this] { wake(); }),
       m_wakeFd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
 }
@@ -128,6 +128,9 @@ void BridgeTransport::listen(int& port, int flags)
         m_nextNumber = 1;
         m_active = m_limits;
         m_queue.setBounds(m_limits.queuedMessages, m_limits.queuedBytes);
+        m_budget.configure(m_limits.receiveBudget != 0 ? m_limits.receiveBudget
+                                                       : 2 * std::size_t(m_limits.frameLimit),
+                           m_limits.smallFrameLimit, m_limits.smallFrameReserve);
     }
     // Nobody holds the network role now: its state is ours to set.
     m_epollFd = ::epoll_create1(EPOLL_CLOEXEC);
@@ -187,9 +190,12 @@ void BridgeTransport::stopNetwork()
     const std::string farewell = Wire::encodeClose("the bridge is disconnecting").flatten();
     for (const Connection& connection : m_connections) {
         connection->pending.reset();
+        connection->frameReservation.release();
         connection->closeWith(farewell);
     }
     m_connections.clear();
+    m_budgetWaiters.clear();
+    m_waitingForBudget = 0;
     if (m_listenFd >= 0)
         ::close(m_listenFd);
     m_listenFd = -1;
@@ -315,6 +321,9 @@ Testing::TransportStats BridgeTransport::stats()
     stats.pausedConnections = m_paused.load();
     stats.openConnections = m_open.load();
     stats.failedAccepts = m_failedAccepts.load();
+    stats.budgetReserved = m_budget.reserved();
+    stats.budgetHighWater = m_budget.highWater();
+    stats.waitingForBudget = m_waitingForBudget.load();
     return stats;
 }
 
@@ -517,7 +526,7 @@ void BridgeTransport::pollOnce()
         if (connection->sendQueueExcess(now, softFor, nextCheck) != 0)
             nextCheck = now;
         std::uint32_t wanted = 0;
-        if (!connection->pending)
+        if (!connection->readingPaused())
             wanted |= EPOLLIN | EPOLLRDHUP;
         else if (!connection->peerClosed)
             wanted |= EPOLLRDHUP;
@@ -527,6 +536,11 @@ void BridgeTransport::pollOnce()
         watch(connection->fd(), connection->watched, wanted, event);
         if (!connection->announced()) {
             const int left = millisecondsUntil(connection->handshakeDeadline, now);
+            timeout = timeout < 0 ? left : std::min(timeout, left);
+        }
+        if (connection->reader.started()) {
+            const int left = millisecondsUntil(
+                connection->lastProgress + std::chrono::milliseconds(m_active.stallTimeoutMs), now);
             timeout = timeout < 0 ? left : std::min(timeout, left);
         }
     }
@@ -570,7 +584,7 @@ void BridgeTransport::pollOnce()
                     continue;
                 }
             }
-            if (connection->pending) {
+            if (connection->readingPaused()) {
                 if (revents & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) {
                     // It left; what it sent before is still delivered.
                     connection->peerClosed = true;
@@ -580,8 +594,7 @@ void BridgeTransport::pollOnce()
                 readFrom(connection);
             }
         } catch (const std::bad_alloc&) {
-            fail(connection, "out of memory while receiving (" +
-                                 connection->reader.midFrameDescription() + ")");
+            failOutOfMemory(connection);
         }
     }
     if (accepting && !acceptPeers())
@@ -589,13 +602,20 @@ void BridgeTransport::pollOnce()
     for (const Connection& connection : m_connections)
         if (connection->pending && connection->isOpen())
             resume(connection);
+    startWaitingFrames();
     now = Clock::now();
+    const auto stallTimeout = std::chrono::milliseconds(m_active.stallTimeoutMs);
     for (const Connection& connection : m_connections) {
         if (!connection->isOpen())
             continue;
         if (!connection->announced() && connection->handshakeDeadline <= now)
             fail(connection,
                  "did not announce itself within " + durationText(m_active.handshakeTimeoutMs));
+        // Its reservation would otherwise be held for as long as the peer likes.
+        else if (connection->reader.started() && connection->lastProgress + stallTimeout <= now)
+            fail(connection,
+                 "stalled in the middle of a frame (" + connection->reader.midFrameDescription() +
+                     " received; nothing more for " + durationText(m_active.stallTimeoutMs) + ")");
         else if (const std::size_t waiting = connection->sendQueueExcess(now, softFor, nextCheck))
             fail(connection,
                  "does not read what the bridge sends (" + megabytesText(waiting) + " MB waiting)");
@@ -610,6 +630,7 @@ void BridgeTransport::pollOnce()
         paused += connection->pending ? 1 : 0;
     m_paused = paused;
     m_open = static_cast<int>(m_connections.size());
+    m_waitingForBudget = static_cast<int>(m_budgetWaiters.size());
 }
 
 bool BridgeTransport::acceptPeers()
@@ -679,7 +700,7 @@ void BridgeTransport::makeRoomForUnannounced()
 void BridgeTransport::readFrom(const Connection& connection)
 {
     long budget = kReadBudget;
-    while (connection->isOpen() && !connection->pending) {
+    while (connection->isOpen() && !connection->readingPaused()) {
         char* space = connection->reader.space();
         const long received =
             ::recv(connection->fd(), space, connection->reader.spaceSize(), MSG_DONTWAIT);
@@ -687,6 +708,7 @@ void BridgeTransport::readFrom(const Connection& connection)
             const bool drained =
                 static_cast<std::size_t>(received) < connection->reader.spaceSize();
             connection->reader.commit(static_cast<std::size_t>(received));
+            connection->lastProgress = Clock::now();
             processFrames(connection);
             budget -= received;
             // Less than there was room for: the socket is empty, and asking
@@ -714,24 +736,104 @@ void BridgeTransport::readFrom(const Connection& connection)
     }
 }
 
+void BridgeTransport::failOutOfMemory(const Connection& connection)
+{
+    fail(connection,
+         "out of memory while receiving (" + connection->reader.midFrameDescription() + ")");
+}
+
 void BridgeTransport::processFrames(const Connection& connection)
 {
-    while (connection->isOpen() && !connection->pending) {
-        switch (connection->reader.poll()) {
-        case Wire::FrameReader::Status::NeedMore:
-            return;
-        case Wire::FrameReader::Status::Failed:
-            fail(connection, "sent " + connection->reader.error());
-            return;
-        case Wire::FrameReader::Status::Ready:
-            handleFrame(connection);
-            break;
+    try {
+        while (connection->isOpen() && !connection->readingPaused()) {
+            switch (connection->reader.poll()) {
+            case Wire::FrameReader::Status::NeedMore:
+                if (!connection->reader.awaitingStart() || !startFrame(connection))
+                    return;
+                break;
+            case Wire::FrameReader::Status::Failed:
+                fail(connection, "sent " + connection->reader.error());
+                return;
+            case Wire::FrameReader::Status::Ready:
+                handleFrame(connection);
+                break;
+            }
         }
+    } catch (const std::bad_alloc&) {
+        failOutOfMemory(connection);
+    }
+}
+
+bool BridgeTransport::startFrame(const Connection& connection)
+{
+    const Wire::FrameReader::Frame frame = connection->reader.announced();
+    // Refused from the header, before anything is reserved for the frame.
+    if (frame.type == Wire::FrameType::Hello && frame.size > m_active.announcementLimit) {
+        fail(connection,
+             "sent " + Wire::overLimitText(frame.type, frame.size, m_active.announcementLimit));
+        return false;
+    }
+    if (frame.type == Wire::FrameType::Message && !connection->announced()) {
+        fail(connection, "sent a message before announcing itself");
+        return false;
+    }
+    if (frame.type == Wire::FrameType::Welcome) {
+        fail(connection, "sent a WELCOME frame, which only a bridge sends");
+        return false;
+    }
+    // Frames that wait for room go first, in the order they came.
+    const bool small = m_budget.isSmall(frame.size);
+    const bool othersWait =
+        std::any_of(m_budgetWaiters.begin(), m_budgetWaiters.end(), [&](const Connection& other) {
+            return m_budget.isSmall(other->reader.announced().size) == small;
+        });
+    if (othersWait || !m_budget.tryReserve(frame.size, connection->frameReservation)) {
+        connection->waitingForBudget = true;
+        m_budgetWaiters.push_back(connection);
+        return false;
+    }
+    connection->reader.start();
+    connection->lastProgress = Clock::now();
+    return true;
+}
+
+void BridgeTransport::startWaitingFrames()
+{
+    Connections started;
+    bool blocked[2] = {false, false};
+    for (auto waiter = m_budgetWaiters.begin(); waiter != m_budgetWaiters.end();) {
+        const Connection connection = *waiter;
+        const bool small = m_budget.isSmall(connection->reader.announced().size);
+        if (connection->isOpen() &&
+            (blocked[small] || !m_budget.tryReserve(connection->reader.announced().size,
+                                                    connection->frameReservation))) {
+            blocked[small] = true;
+            ++waiter;
+            continue;
+        }
+        connection->waitingForBudget = false;
+        started.push_back(connection);
+        waiter = m_budgetWaiters.erase(waiter);
+    }
+    for (const Connection& connection : started) {
+        if (!connection->isOpen())
+            continue;
+        try {
+            connection->reader.start();
+        } catch (const std::bad_alloc&) {
+            failOutOfMemory(connection);
+            continue;
+        }
+        connection->lastProgress = Clock::now();
+        // Bytes of the frame may have arrived before it had to wait.
+        processFrames(connection);
     }
 }
 
 void BridgeTransport::handleFrame(const Connection& connection)
 {
+    // Given back once the frame is handled, unless its message takes it over.
+    ReceiveBudget::Reservation reservation = std::move(connection->frameReservation);
     const Wire::FrameReader::Frame frame = connection->reader.front();
     switch (frame.type) {
     case Wire::FrameType::Hello:
@@ -741,21 +843,22 @@ void BridgeTransport::handleFrame(const Connection& connection)
             announce(connection, frame.payload, frame.size);
         return;
     case Wire::FrameType::Message: {
-        if (!connection->announced()) {
-            fail(connection, "sent a message before announcing itself");
-            return;
-        }
         Delivery item;
-        item.bytes = frame.size;
         try {
-            item.message = Internal::adoptContent(Wire::decodeMessage(frame.payload, frame.size));
+            MessageContent content =
+                connection->reader.ownsPayload()
+                    ? Wire::decodeMessage(connection->reader.takePayload(), &item.bytes)
+                    : Wire::decodeMessage(frame.payload, frame.size, &item.bytes);
+            item.message = Internal::adoptContent(std::move(content));
         } catch (const Wire::DecodeError& error) {
             fail(connection, std::string("sent a malformed message: ") + error.what());
             return;
         }
         item.from = connection;
-        // Give a large frame's buffer back before the message is handed on.
         connection->reader.pop();
+        // From now on the decoded message is what is held.
+        item.reservation = std::move(reservation);
+        item.reservation.resize(item.bytes);
         if (!m_queue.tryPush(item))
             connection->pending = std::make_unique<Delivery>(std::move(item));
         return;
@@ -766,7 +869,7 @@ void BridgeTransport::handleFrame(const Connection& connection)
         closeConnection(connection);
         return;
     case Wire::FrameType::Welcome:
-        fail(connection, "sent a WELCOME frame, which only a bridge sends");
+        // Refused from its header.
         return;
     }
 }
@@ -881,6 +984,14 @@ void BridgeTransport::closeConnection(const Connection& connection)
         m_queue.push(std::move(*connection->pending));
         connection->pending.reset();
     }
+    // What it held of the budget is free at once, not when the last of its
+    // messages has been delivered.
+    connection->frameReservation.release();
+    connection->reader.discard();
+    if (connection->waitingForBudget)
+        m_budgetWaiters.erase(
+            std::find(m_budgetWaiters.begin(), m_budgetWaiters.end(), connection));
+    connection->waitingForBudget = false;
     connection->close();
 }
 

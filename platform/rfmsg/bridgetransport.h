@@ -17,6 +17,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,6 +27,7 @@
 #include <sys/epoll.h>
 
 #include "rfmsg/deliveryqueue.h"
+#include "rfmsg/receivebudget.h"
 #include "rfmsg/testing.h"
 #include "rfmsg/xbridge.h"
 
@@ -85,6 +87,11 @@ private:
     void makeRoomForUnannounced();
     void readFrom(const Connection& connection);
     void processFrames(const Connection& connection);
+    // Starts the frame whose header arrived, once it may be received; false
+    // when it waits for room in the receive budget or was refused.
+    bool startFrame(const Connection& connection);
+    void startWaitingFrames();
+    void failOutOfMemory(const Connection& connection);
     void handleFrame(const Connection& connection);
     void announce(const Connection& connection, const char* payload, std::size_t size);
     void endOfStream(const Connection& connection);
@@ -102,6 +109,8 @@ private:
     void resume(const Connection& connection);
 
     XBridge& m_owner;
+    // Before the queue: the deliveries it holds give their reservations back.
+    ReceiveBudget m_budget;
     DeliveryQueue m_queue;
     int m_wakeFd;
 
@@ -150,6 +159,9 @@ private:
     std::uint32_t m_listenWatched = 0;
     std::vector<epoll_event> m_events;
     std::atomic<int> m_paused{0};
+    // Connections whose next frame waits for room in the budget, in the order they came.
+    std::deque<Connection> m_budgetWaiters;
+    std::atomic<int> m_waitingForBudget{0};
     std::atomic<int> m_open{0};
 
     // Guards what other threads read of the network side.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "rfmsg/message.h"
+#include "rfmsg/receivebudget.h"
 
 namespace RFMsgExp {
 
@@ -24,7 +25,9 @@ struct Delivery
     // Where a reply goes; null for an error report.
     std::shared_ptr<BridgeConnection> from;
     std::string error;
+    // What the decoded message takes, held from the receive budget until delivered.
     std::size_t bytes = 0;
+    ReceiveBudget::Reservation reservation{};
 };
 
 class DeliveryQueue

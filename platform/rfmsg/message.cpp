@@ -214,7 +214,16 @@ public:
         : m_content(std::make_shared<MessageContent>(std::move(content)))
     {
     }
-    const MessageContent& content() const { return *m_content; }
+    const MessageContent& content()
+    {
+        // The text comes back from where GetText() lent it: taken back when
+        // nobody holds it any more, else copied.
+        if (m_lentText) {
+            m_content->text = m_lentText.use_count() == 1 ? std::move(*m_lentText) : *m_lentText;
+            m_lentText.reset();
+        }
+        return *m_content;
+    }
 
     int GetKind() override { return m_content->kind; }
     void SetKind(int kind) override { m_content->kind = kind; }
@@ -227,8 +236,19 @@ public:
     {
         return msg_auto_ptr<IRFPropertyList>(new PropertyList(m_content));
     }
-    msgString GetText() override { return m_content->text; }
-    void SetText(const msgString& text) override { m_content->text = text.str(); }
+    // A body may be hundreds of MB: it is lent, not copied. What was lent
+    // never changes; SetText and content() take the text back first.
+    msgString GetText() override
+    {
+        if (!m_lentText)
+            m_lentText = std::make_shared<std::string>(std::move(m_content->text));
+        return Internal::sharedString(m_lentText);
+    }
+    void SetText(const msgString& text) override
+    {
+        m_lentText.reset();
+        m_content->text = text.str();
+    }
     msg_auto_ptr<IRFDocument> GetDocument() override
     {
         if (!m_content->document)
@@ -248,6 +268,8 @@ public:
 
 private:
     SharedContent m_content;
+    // The text while GetText() has lent it out (m_content->text is then empty).
+    std::shared_ptr<std::string> m_lentText;
 };
 
 class Exception final : public Counted<IXException>

@@ -50,7 +50,8 @@ struct TransportLimits
     std::uint32_t frameLimit = 1u << 30;
     // Time a new connection has to announce itself.
     int handshakeTimeoutMs = 10000;
-    // Received messages waiting for OnReceive before peers are no longer read.
+    // Received messages waiting for OnReceive (bytes: their decoded size)
+    // before peers are no longer read.
     std::size_t queuedMessages = 64;
     std::size_t queuedBytes = 64u << 20;
     // Connections that have not announced themselves yet; the oldest of them
@@ -67,6 +68,16 @@ struct TransportLimits
     int sendQueueSoftTimeoutMs = 30000;
     // How long accepting rests after accept() failed (out of descriptors, say).
     int acceptPauseMs = 100;
+    // Largest HELLO payload.
+    std::uint32_t announcementLimit = 64u << 10;
+    // Memory for received, undelivered data of all connections together (0:
+    // twice the frame limit); frames of up to smallFrameLimit bytes draw on
+    // smallFrameReserve instead.
+    std::size_t receiveBudget = 0;
+    std::size_t smallFrameLimit = 1u << 20;
+    std::size_t smallFrameReserve = 64u << 20;
+    // Time a started frame may go without receiving a byte.
+    int stallTimeoutMs = 30000;
 };
 RFMSG_EXPORT void setTransportLimits(XBridge& bridge, const TransportLimits& limits);
 
@@ -81,6 +92,11 @@ struct TransportStats
     int openConnections = 0;
     // accept() calls that failed.
     long failedAccepts = 0;
+    // Receive budget (not the small frames' reserve): reserved now, the most
+    // ever, and connections whose next frame waits for room.
+    std::size_t budgetReserved = 0;
+    std::size_t budgetHighWater = 0;
+    int waitingForBudget = 0;
 };
 RFMSG_EXPORT TransportStats transportStats(XBridge& bridge);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include <QCborStreamReader>
@@ -11,6 +12,16 @@ namespace {
 
 // Unknown values are skipped; nothing of ours nests deeper than this.
 constexpr int kMaxSkipDepth = 16;
+// What a payload may take once decoded: this many times its size, plus kDecodedSlack.
+constexpr std::size_t kDecodedPerPayloadByte = 8;
+constexpr std::size_t kDecodedSlack = 1u << 20;
+
+// Heap bytes of a std::string of `length` bytes made to measure.
+std::size_t stringHeapBytes(std::size_t length)
+{
+    static const std::size_t inlineCapacity = std::string().capacity();
+    return length <= inlineCapacity ? 0 : length + 1;
+}
 
 const char* typeName(QCborStreamReader::Type type)
 {
@@ -46,7 +57,7 @@ class PayloadReader
 {
 public:
     PayloadReader(const char* data, std::size_t size)
-        : m_data(data), m_size(size),
+        : m_data(data), m_size(size), m_allowance(kDecodedPerPayloadByte * size + kDecodedSlack),
           m_reader(QByteArray::fromRawData(data, static_cast<int>(size)))
     {
         checkReader();
@@ -70,6 +81,32 @@ public:
         leave();
     }
 
+    // Reads an array into `items`, each by `read`, counting what the vector
+    // takes: as much as a definite length asks (no more than the bytes left
+    // could hold), or doubling.
+    template <typename T, typename Read> void arrayInto(std::vector<T>& items, Read read)
+    {
+        items.clear();
+        expect(m_reader.isArray(), "an array");
+        if (m_reader.isLengthKnown()) {
+            const auto wanted =
+                static_cast<std::size_t>(std::min<quint64>(m_reader.length(), bytesLeft()));
+            if (wanted > items.capacity()) {
+                charge((wanted - items.capacity()) * sizeof(T));
+                items.reserve(wanted);
+            }
+        }
+        array([&] {
+            T item = read();
+            if (items.size() == items.capacity()) {
+                const std::size_t capacity = std::max<std::size_t>(4, 2 * items.capacity());
+                charge((capacity - items.capacity()) * sizeof(T));
+                items.reserve(capacity);
+            }
+            items.push_back(std::move(item));
+        });
+    }
+
     template <typename Item> void array(Item item)
     {
         expect(m_reader.isArray(), "an array");
@@ -89,6 +126,24 @@ public:
         expect(m_reader.isString() || m_reader.isByteArray(), "a string");
         return rawString();
     }
+
+    // A definite string that makes up at least half of the payload is not
+    // copied: its place in the payload, to be taken over by the caller.
+    bool largeString(std::size_t& offset, std::size_t& length)
+    {
+        expect(m_reader.isString() || m_reader.isByteArray(), "a string");
+        if (!m_reader.isLengthKnown() || m_reader.length() < m_size / 2)
+            return false;
+        const auto [start, size] = definiteStringPlace();
+        charge(stringHeapBytes(m_size));
+        skipString();
+        offset = start;
+        length = size;
+        return true;
+    }
+
+    // What the decoded content took so far, beyond its fixed part.
+    std::size_t decodedBytes() const { return m_decoded; }
 
     std::int64_t integer(std::int64_t minimum, std::int64_t maximum)
     {
@@ -174,6 +229,17 @@ public:
                               " more bytes after its CBOR item");
     }
 
+    // Counts memory the decoded content is about to take; a payload that
+    // would take more than its allowance is refused before it is allocated.
+    void charge(std::size_t bytes)
+    {
+        if (bytes > m_allowance - m_decoded)
+            fail("would make the decoded message larger than " + std::to_string(m_allowance) +
+                 " bytes (" + std::to_string(kDecodedPerPayloadByte) +
+                 " times its payload plus 1 MiB)");
+        m_decoded += bytes;
+    }
+
     [[noreturn]] void fail(const std::string& what) const
     {
         if (m_path.empty())
@@ -233,7 +299,13 @@ private:
                 fail("claims " + std::to_string(chunk) + " bytes, more than the " +
                      std::to_string(left) + " left in the payload");
             const std::size_t old = value.size();
-            value.resize(old + static_cast<std::size_t>(chunk));
+            const std::size_t needed = old + static_cast<std::size_t>(chunk);
+            if (needed > value.capacity()) {
+                const std::size_t capacity = std::max(needed, 2 * value.capacity());
+                charge(stringHeapBytes(capacity) - stringHeapBytes(value.capacity()));
+                value.reserve(capacity);
+            }
+            value.resize(needed);
             const auto result = m_reader.readStringChunk(value.data() + old, chunk);
             if (result.status == QCborStreamReader::Error) {
                 checkReader();
@@ -271,9 +343,13 @@ private:
         }
     }
 
-    // A string of known length is taken straight from the payload: one copy
-    // into memory that is not first cleared (a body may be hundreds of MB).
-    std::string definiteString()
+    std::size_t bytesLeft() const
+    {
+        return m_size - std::min(m_size, static_cast<std::size_t>(m_reader.currentOffset()));
+    }
+
+    // Where the bytes of the definite string at hand are in the payload.
+    std::pair<std::size_t, std::size_t> definiteStringPlace()
     {
         const auto offset = static_cast<std::size_t>(m_reader.currentOffset());
         const quint64 length = m_reader.length();
@@ -287,15 +363,26 @@ private:
         if (length > left)
             fail("claims " + std::to_string(length) + " bytes, more than the " +
                  std::to_string(left) + " left in the payload");
+        return {offset + head, static_cast<std::size_t>(length)};
+    }
+
+    // A string of known length is taken straight from the payload: one copy
+    // into memory that is not first cleared.
+    std::string definiteString()
+    {
+        const auto [offset, length] = definiteStringPlace();
+        charge(stringHeapBytes(length));
         std::string value;
-        value.reserve(static_cast<std::size_t>(length));
-        value.append(m_data + offset + head, static_cast<std::size_t>(length));
+        value.reserve(length);
+        value.append(m_data + offset, length);
         skipString();
         return value;
     }
 
     const char* m_data;
     std::size_t m_size;
+    const std::size_t m_allowance;
+    std::size_t m_decoded = 0;
     mutable QCborStreamReader m_reader;
     std::vector<std::string> m_path;
 };
@@ -391,10 +478,9 @@ RegionContent readRegion(PayloadReader& in)
             region.netlist = in.string();
         else if (key == "egs")
             region.egs = in.string();
-        else if (key == "ports") {
-            region.ports.clear();
-            in.array([&] { region.ports.push_back(readPort(in)); });
-        } else
+        else if (key == "ports")
+            in.arrayInto(region.ports, [&] { return readPort(in); });
+        else
             in.skip();
     });
     return region;
@@ -426,13 +512,11 @@ DocumentContent readDocument(PayloadReader& in)
             document.name = in.string();
         else if (key == "path")
             document.path = in.string();
-        else if (key == "regions") {
-            document.regions.clear();
-            in.array([&] { document.regions.push_back(readRegion(in)); });
-        } else if (key == "port_types") {
-            document.portTypes.clear();
-            in.array([&] { document.portTypes.push_back(readPortType(in)); });
-        } else
+        else if (key == "regions")
+            in.arrayInto(document.regions, [&] { return readRegion(in); });
+        else if (key == "port_types")
+            in.arrayInto(document.portTypes, [&] { return readPortType(in); });
+        else
             in.skip();
     });
     return document;
@@ -559,18 +643,23 @@ std::string decodeClose(const char* payload, std::size_t size)
     return reason;
 }
 
-MessageContent decodeMessage(const char* payload, std::size_t size)
+namespace {
+
+// The message in `in`; with a `donor` (the payload's own buffer), a large
+// text body becomes the message's text in that buffer instead of a copy.
+MessageContent readMessage(PayloadReader& in, std::string* donor, std::size_t* decodedBytes)
 {
-    PayloadReader in(payload, size);
     MessageContent content;
     bool haveKind = false;
+    std::size_t textOffset = 0;
+    std::size_t textLength = 0;
+    bool textInPlace = false;
     in.map([&](const std::string& key) {
         if (key == "kind") {
             content.kind = in.int32();
             haveKind = true;
         } else if (key == "properties") {
-            content.properties.clear();
-            in.array([&] {
+            in.arrayInto(content.properties, [&] {
                 std::string name;
                 std::string value;
                 std::size_t count = 0;
@@ -585,10 +674,11 @@ MessageContent decodeMessage(const char* payload, std::size_t size)
                 });
                 if (count != 2)
                     in.fail("must hold a name and a value");
-                content.properties.emplace_back(std::move(name), std::move(value));
+                return std::make_pair(std::move(name), std::move(value));
             });
         } else if (key == "text") {
-            content.text = in.string();
+            textInPlace = donor && in.largeString(textOffset, textLength);
+            content.text = textInPlace ? std::string() : in.string();
         } else if (key == "document") {
             if (in.isNull()) {
                 in.skip();
@@ -602,7 +692,31 @@ MessageContent decodeMessage(const char* payload, std::size_t size)
     in.finish();
     if (!haveKind)
         throw DecodeError("the message has no event kind ('kind')");
+    if (textInPlace) {
+        // Moves the body to the front of its buffer: no second copy of it.
+        donor->erase(0, textOffset);
+        donor->resize(textLength);
+        content.text = std::move(*donor);
+    }
+    if (decodedBytes)
+        *decodedBytes = sizeof(MessageContent) + in.decodedBytes();
     return content;
+}
+
+} // namespace
+
+MessageContent decodeMessage(const char* payload, std::size_t size, std::size_t* decodedBytes)
+{
+    PayloadReader in(payload, size);
+    return readMessage(in, nullptr, decodedBytes);
+}
+
+MessageContent decodeMessage(std::string&& payload, std::size_t* decodedBytes)
+{
+    std::string buffer = std::move(payload);
+    PayloadReader in(buffer.data(), buffer.size());
+    // Whatever is not taken over is given back on return.
+    return readMessage(in, &buffer, decodedBytes);
 }
 
 } // namespace RFMsgExp::Wire

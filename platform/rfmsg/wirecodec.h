@@ -43,6 +43,13 @@ FrameEncoder encodeMessage(const MessageContent& content);
 Hello decodeHello(const char* payload, std::size_t size);
 Welcome decodeWelcome(const char* payload, std::size_t size);
 std::string decodeClose(const char* payload, std::size_t size);
-MessageContent decodeMessage(const char* payload, std::size_t size);
+// `decodedBytes`, when given, receives what the content takes in memory.
+// A payload whose decoded form would take more than 8 times its size plus
+// 1 MiB is refused while it is decoded.
+MessageContent decodeMessage(const char* payload, std::size_t size,
+                             std::size_t* decodedBytes = nullptr);
+// The same, taking the payload's buffer over: a text body that is most of the
+// payload stays in that buffer and becomes the message's text.
+MessageContent decodeMessage(std::string&& payload, std::size_t* decodedBytes = nullptr);
 
 } // namespace RFMsgExp::Wire

@@ -15,7 +15,7 @@
 #include "lumo/brio.h"
 #include "lumo/brioscript.h"
 
-class FakeBRIO : public BRIOInterface
+class FakeBRIO final : public BRIOInterface
 {
 public:
     static constexpr BRIOTypeCode StringType = 3;

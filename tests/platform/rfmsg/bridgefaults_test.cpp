@@ -2,14 +2,9 @@
 
 #include <string>
 
+#include <QCborArray>
 #include <QCborMap>
 #include <QCborValue>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "recordingbridge.h"
 #include "rfmsg/peerclient.h"
@@ -18,51 +13,9 @@
 using namespace RFMsgExp;
 using BridgeTestSupport::frame;
 using BridgeTestSupport::helloPayload;
+using BridgeTestSupport::RawPeer;
 
 namespace {
-
-// A bare TCP client that sends whatever bytes a test gives it.
-class RawPeer
-{
-public:
-    explicit RawPeer(int port)
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-            close();
-    }
-    ~RawPeer() { close(); }
-
-    bool connected() const { return m_fd >= 0; }
-    void send(const std::string& bytes) { ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
-    // Closes normally (FIN), or with a reset (RST) as a crashed peer's system may.
-    void close(bool reset = false)
-    {
-        const linger abort{1, 0};
-        if (m_fd >= 0 && reset)
-            ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-        if (m_fd >= 0)
-            ::close(m_fd);
-        m_fd = -1;
-    }
-    // Whether the bridge closed the connection within 5 s; what it sent is skipped.
-    bool closedByTheBridge()
-    {
-        char buffer[4096];
-        pollfd entry{m_fd, POLLIN, 0};
-        while (::poll(&entry, 1, 5000) > 0) {
-            if (::recv(m_fd, buffer, sizeof buffer, 0) <= 0)
-                return true;
-        }
-        return false;
-    }
-
-private:
-    int m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-};
 
 std::string cbor(const QCborMap& map)
 {
@@ -70,6 +23,16 @@ std::string cbor(const QCborMap& map)
 }
 
 const std::string kHello = frame(1, helloPayload("BAD"));
+// 20,000 empty port maps: 20 kB that would take 2.5 MB decoded.
+const std::string kAmplifying = [] {
+    QCborArray ports;
+    for (int i = 0; i < 20000; ++i)
+        ports.append(QCborMap());
+    const QCborMap region{{QStringLiteral("ports"), ports}};
+    return cbor(QCborMap{
+        {QStringLiteral("kind"), 212},
+        {QStringLiteral("document"), QCborMap{{QStringLiteral("regions"), QCborArray{region}}}}});
+}();
 const std::string kTruncated =
     cbor(QCborMap{{QStringLiteral("kind"), 212}, {QStringLiteral("text"), QByteArray(50, 'n')}});
 
@@ -114,6 +77,16 @@ const Fault kFaults[] = {
     {"ResetMidFrame", kHello + frame(3, std::string(100, 'x')).substr(0, 20), End::Reset,
      "connection lost in the middle of a frame (20 of 108 bytes of a MESSAGE frame received)", true,
      "connection broken: Connection reset by peer"},
+    {"HelloOverTheLimit", std::string("RF\x01\x01\x40\x00\x00\x00", 8) + "abc", End::Stay,
+     "sent a HELLO frame of 1073741824 bytes, over the limit of 65536 bytes", false},
+    {"StallsMidFrame", kHello + frame(3, std::string(100, 'x')).substr(0, 38), End::Stay,
+     "stalled in the middle of a frame (38 of 108 bytes of a MESSAGE frame received; nothing "
+     "more for 300 ms)"},
+    {"MessageAmplifiedWhenDecoded", kHello + frame(3, kAmplifying), End::Stay,
+     "sent a malformed message: field 'document.regions[0].ports' would make the decoded "
+     "message larger than " +
+         std::to_string(8 * kAmplifying.size() + (1 << 20)) +
+         " bytes (8 times its payload plus 1 MiB)"},
     {"NeverAnnounces", "", End::Stay, "did not announce itself within 300 ms", false},
     {"MessageBeforeAnnouncement", frame(3, cbor(QCborMap{{QStringLiteral("kind"), 212}})),
      End::Stay, "sent a message before announcing itself", false},
@@ -143,6 +116,7 @@ TEST_P(BridgeFaults, FaultyPeerIsClosedAndReportedWhileTheOthersGoOn)
         RecordingBridge bridge;
         Testing::TransportLimits limits;
         limits.handshakeTimeoutMs = 300;
+        limits.stallTimeoutMs = 300;
         limits.frameLimit = std::string(fault.name) == "FrameOverTheLimit" ? 65536 : 1u << 30;
         const int port = bridge.start(limits);
         PeerClient good;

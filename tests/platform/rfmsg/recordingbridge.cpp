@@ -6,6 +6,12 @@
 #include <QCborMap>
 #include <QCborValue>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 using namespace RFMsgExp;
 
 RecordingBridge::~RecordingBridge()
@@ -90,6 +96,47 @@ bool RecordingBridge::waitForPeerCount(std::size_t count, int timeoutMs)
 }
 
 namespace BridgeTestSupport {
+
+RawPeer::RawPeer(int port) : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        close();
+}
+
+RawPeer::~RawPeer()
+{
+    close();
+}
+
+void RawPeer::send(const std::string& bytes)
+{
+    ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
+void RawPeer::close(bool reset)
+{
+    const linger abort{1, 0};
+    if (m_fd >= 0 && reset)
+        ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    if (m_fd >= 0)
+        ::close(m_fd);
+    m_fd = -1;
+}
+
+bool RawPeer::closedByTheBridge()
+{
+    char buffer[4096];
+    pollfd entry{m_fd, POLLIN, 0};
+    while (::poll(&entry, 1, 5000) > 0) {
+        if (::recv(m_fd, buffer, sizeof buffer, 0) <= 0)
+            return true;
+    }
+    return false;
+}
 
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
 {

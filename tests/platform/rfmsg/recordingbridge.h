@@ -54,6 +54,28 @@ private:
 
 namespace BridgeTestSupport {
 
+// A bare TCP client on the loopback interface that sends whatever bytes a
+// test gives it.
+class RawPeer
+{
+public:
+    explicit RawPeer(int port);
+    ~RawPeer();
+    RawPeer(const RawPeer&) = delete;
+    RawPeer& operator=(const RawPeer&) = delete;
+
+    bool connected() const { return m_fd >= 0; }
+    // Blocks until the system took every byte, or the connection broke.
+    void send(const std::string& bytes);
+    // Closes normally (FIN), or with a reset (RST) as a crashed peer's system may.
+    void close(bool reset = false);
+    // Whether the bridge closed the connection within 5 s; what it sent is skipped.
+    bool closedByTheBridge();
+
+private:
+    int m_fd;
+};
+
 // Polls `condition` until it holds or `timeoutMs` passed; for states that
 // raise no event of their own (the peer list, transport counters).
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 10000);

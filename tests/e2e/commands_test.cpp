@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <QDateTime>
-#include <QFile>
 
 #include <memory>
 
@@ -19,14 +18,8 @@ TEST(ScriptCommands, EachCommandAnswersTheHostAndSendsOnlyWhatItShould)
     const int port = E2E::startBridge(host);
     ASSERT_GT(port, 0) << host.dump();
     const std::unique_ptr<PeerProcess> peer = PeerProcess::listen(port, "DXD");
-    const auto write = [&host](const QString& name, const QByteArray& content) {
-        QFile file(host.path(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(content);
-        return file.fileName();
-    };
-    const QString schematic = write("amp.sch.iff", "IFF 2.1\nCELL amp_top\nEND\n");
-    const QString layout = write("amp.lay.iff", "IFF 2.1\nLAYOUT amp_top\nEND");
+    const QString schematic = writeFile(host.path("amp.sch.iff"), "IFF 2.1\nCELL amp_top\nEND\n");
+    const QString layout = writeFile(host.path("amp.lay.iff"), "IFF 2.1\nLAYOUT amp_top\nEND");
     const QString options = host.path("iff_options.txt");
     // Each line gains a line feed, and a file ending in one gains another.
     const QString both = "IFF 2.1\nCELL amp_top\nEND\n\nIFF 2.1\nLAYOUT amp_top\nEND\n";
@@ -82,7 +75,7 @@ TEST(ScriptCommands, EachCommandAnswersTheHostAndSendsOnlyWhatItShould)
         EXPECT_EQ(messages[i].value("text").toString(), sending[i]->text);
     }
 
-    const QStringList lines = QString::fromUtf8(E2E::readFile(options)).split('\n');
+    const QStringList lines = QString::fromUtf8(readFile(options)).split('\n');
     EXPECT_EQ(lines.size(), 28); // 27 options, and after the last line feed nothing
     EXPECT_TRUE(lines.contains("ExportProjects = rf_frontend;pa_lib;"))
         << lines.join('|').toStdString();

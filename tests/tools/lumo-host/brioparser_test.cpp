@@ -120,7 +120,7 @@ TEST(BRIOParser, RejectsWhatIsNotInTheSubset)
         {"argument list closed by a semicolon", "f(1;", "found ';'", 1, 4, false},
         {"integer past 32 bits", "f(2147483648);", "does not fit in 32 bits", 1, 3, false},
         {"letters after a number", "f(12abc);", "malformed number 12abc", 1, 3, false},
-        {"assignment to NULL", "NULL=1;", "reserved word NULL", 1, 1, false},
+        {"assignment to NULL", "NULL=1;", "cannot assign to the reserved word NULL", 1, 1, false},
         {"list without parentheses", "x=list;", "expected '(' after list", 1, 7, false},
         {"stray character after a statement", "f(1) # comment\n;",
          "expected ';' after the statement, found '#'", 1, 6, false},

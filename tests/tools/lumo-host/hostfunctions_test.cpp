@@ -12,11 +12,12 @@ namespace {
 class HostFunctionsTest : public ::testing::Test
 {
 protected:
-    // Runs the host on the workspace with two open libraries; `input` feeds
-    // standard input, where a failing statement does not stop the next.
+    // Runs the host on the workspace with three open libraries, one of them no folder name; `input`
+    // feeds standard input, where a failing statement does not stop the next.
     HostRun run(const QStringList& statements, const QByteArray& input = {})
     {
-        QStringList arguments = {"--workspace", ws(""), "--library", "rflib", "--library=scratch"};
+        QStringList arguments = {"--workspace",       ws(""),         "--library", "rflib",
+                                 "--library=scratch", "--library=a/b"};
         for (const QString& statement : statements)
             arguments << "-e" << statement;
         return runHost(input.isEmpty() ? arguments : arguments << "-", input);
@@ -107,6 +108,10 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
             .arg(ws("")));
     EXPECT_TRUE(
         result.out.startsWith("[host] design amp created: " + ws("designs/amp.design") + "\n"));
+    EXPECT_TRUE(result.out.contains("[host] EGS file " + egs +
+                                    " imported into library scratch as an EM view: " +
+                                    ws("libraries/scratch/amp_top_lna.emview") + "\n"))
+        << result.out.toStdString();
 
     EXPECT_EQ(readFile(ws("libraries/rflib/mgcLayoutTmp.iff")), "second layout\n");
     EXPECT_TRUE(QFile::exists(ws("libraries/rflib/amp.emview")));
@@ -137,6 +142,7 @@ TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWr
         {import.arg("rflib", "\"yes\""), "argument 3 must be \"TRUE\" or \"FALSE\""},
         {import.arg("closed", "\"TRUE\""), "library \"closed\" is not open"},
         {import.arg("", "\"TRUE\""), "no library named"},
+        {import.arg("a/b", "\"TRUE\""), "the library name \"a/b\" cannot name a folder"},
         {"mgclink_import_iff_file(\"rflib\", \"/no/such.iff\", \"TRUE\");",
          "the file /no/such.iff does not exist"},
         {egs.arg("0", "a", "b"), "argument 3 must be NULL, got an integer"},

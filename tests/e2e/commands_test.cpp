@@ -31,14 +31,8 @@ TEST(ScriptCommands, WhatTheCommandsSendReachesThePeerAndWhatTheyKeepTheHostCoun
     // Those that send nothing come first: anything they sent would come
     // before the expected messages.
     const std::vector<Row> rows = {
-        {"mgcconnect_instance_command();", 1, 0, {}, {}},
         // The option commands deliberately keep their text's value.
         {"mgcconnect_set_IFF_project_list(\"rf_frontend;pa_lib\");", 1, 1, {}, {}},
-        {"mgcconnect_netlist_command(\"a\", \"lna\", \"c\", \"d\");",
-         1,
-         0,
-         {{"NETLIST_RFREGION", "lna"}},
-         {}},
         {"mgcconnect_send_push_into_message(\"a\", \"b\", \"pa2\");",
          {},
          0,

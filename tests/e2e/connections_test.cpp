@@ -37,23 +37,12 @@ TEST(Connections, SchematicAndLayoutPeersAreFoundListedAndLetGo)
     HostProcess host(E2E::hostArguments());
     const int port = E2E::startBridge(host);
     ASSERT_GT(port, 0);
-    EXPECT_EQ(result(host, "mgcconnect_is_connected_to_schematic"), 0);
-    EXPECT_EQ(result(host, "mgcconnect_is_connected_to_layout"), 0);
-    EXPECT_EQ(listedPeers(host), "NULL");
-
     const std::unique_ptr<PeerProcess> schematic = PeerProcess::listen(port, "DXD");
     EXPECT_EQ(result(host, "mgcconnect_is_connected_to_schematic"), 1);
     EXPECT_EQ(result(host, "mgcconnect_is_connected_to_layout"), 0);
     std::unique_ptr<PeerProcess> layout = PeerProcess::listen(port, "BSXE");
     EXPECT_EQ(result(host, "mgcconnect_is_connected_to_layout"), 1);
     EXPECT_EQ(listedPeers(host), "list(,list(\"DXD\",1),list(\"BSXE\",2))");
-    const QString statement = host.seen()
-                                  .records({"eval", "text", "mgclink_show_connected_servers"})
-                                  .back()
-                                  .value("text")
-                                  .toString();
-    EXPECT_TRUE(statement.contains("\"," + QString::number(port) + ",\"390.001\", \"1.0\",list("))
-        << statement.toStdString();
 
     // A peer that leaves is no longer found.
     layout.reset();

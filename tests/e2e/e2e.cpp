@@ -1,6 +1,5 @@
 #include "e2e.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -38,20 +37,9 @@ int startBridge(HostProcess& host)
     return listing.empty() ? 0 : listing.back().value("args").toArray().at(1).toInt();
 }
 
-QString peerPath()
-{
-    return QStringLiteral(MGC_PEER_PATH);
-}
-
 QString example(const QString& name)
 {
     return QStringLiteral(EXAMPLES_DIR "/") + name;
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 QJsonObject readJson(const QString& path)

@@ -21,10 +21,8 @@ QJsonObject command(HostProcess& host, const QString& statement);
 // the connection listing; 0 when no port shows up.
 int startBridge(HostProcess& host);
 
-QString peerPath();
 // The file of examples/.
 QString example(const QString& name);
-QByteArray readFile(const QString& path);
 QJsonObject readJson(const QString& path);
 
 } // namespace E2E

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "e2e.h"
-
 namespace {
 
 constexpr int TimeLimitMs = 20000;
@@ -16,7 +14,7 @@ constexpr int PollMs = 10;
 
 PeerProcess::PeerProcess(int port, const QString& app, const QStringList& arguments)
 {
-    m_process.setProgram(E2E::peerPath());
+    m_process.setProgram(QStringLiteral(MGC_PEER_PATH));
     m_process.setArguments(QStringList{"--port", QString::number(port), "--app", app} + arguments);
     m_process.start();
     EXPECT_TRUE(m_process.waitForStarted(TimeLimitMs)) << m_process.errorString().toStdString();

@@ -10,11 +10,15 @@
 
 namespace {
 
-TEST(Receipt, EachHandledKindIsActedOnInArrivalOrderThroughIdleRequests)
+// The settings dialog is left open, unanswered, the whole time: the messages
+// are still handled, and a signal still ends the host.
+TEST(Receipt, EachHandledKindIsActedOnInArrivalOrderThroughIdleRequestsEvenUnderAnOpenDialog)
 {
     HostProcess host(E2E::hostArguments());
     const int port = E2E::startBridge(host);
     ASSERT_GT(port, 0) << host.dump();
+    host.write("mgcconnect_open_options_dialog();");
+    host.waitFor({"dialog", "when", "opened"});
     // 213, 212 and 222, one after another from one peer.
     ASSERT_EQ(PeerProcess::send(port, "BSXE",
                                 {E2E::example("em_data.json"), E2E::example("netlist.json"),
@@ -43,8 +47,7 @@ TEST(Receipt, EachHandledKindIsActedOnInArrivalOrderThroughIdleRequests)
 
     // 212: the netlist saved, the design created with the enabled ports.
     const QString ws = host.path("workspace");
-    EXPECT_EQ(E2E::readFile(ws + "/netlists/lna_top_lna.net"),
-              E2E::readFile(E2E::example("lna.net")));
+    EXPECT_EQ(readFile(ws + "/netlists/lna_top_lna.net"), readFile(E2E::example("lna.net")));
     const QJsonObject design = E2E::readJson(ws + "/designs/lna_top_lna.design");
     EXPECT_TRUE(design.value("netlist_found").toBool());
     EXPECT_EQ(design.value("design_path").toString(), "C:/designs/rf_frontend");
@@ -56,13 +59,13 @@ TEST(Receipt, EachHandledKindIsActedOnInArrivalOrderThroughIdleRequests)
 
     // 222: the layout saved in the workspace and imported into rflib, the
     // target, without overwriting.
-    const QByteArray layout = E2E::readFile(E2E::example("pa_layout.iff"));
-    EXPECT_EQ(E2E::readFile(ws + "/mgcLayoutTmp.iff"), layout);
-    EXPECT_EQ(E2E::readFile(ws + "/libraries/rflib/mgcLayoutTmp.iff"), layout);
+    const QByteArray layout = readFile(E2E::example("pa_layout.iff"));
+    EXPECT_EQ(readFile(ws + "/mgcLayoutTmp.iff"), layout);
+    EXPECT_EQ(readFile(ws + "/libraries/rflib/mgcLayoutTmp.iff"), layout);
     EXPECT_EQ(imports[0].value("args").toArray().last().toString(), "FALSE");
 
     // 213: the EGS data imported as an EM view holding the four ports.
-    EXPECT_EQ(E2E::readFile(ws + "/genFathom_a"), E2E::readFile(E2E::example("coupler.egs")));
+    EXPECT_EQ(readFile(ws + "/genFathom_a"), readFile(E2E::example("coupler.egs")));
     const QJsonObject view = E2E::readJson(ws + "/libraries/rflib/coupler_top_coupler.emview");
     EXPECT_EQ(view.value("source").toString(), ws + "/genFathom_a");
     QStringList names;
@@ -70,7 +73,15 @@ TEST(Receipt, EachHandledKindIsActedOnInArrivalOrderThroughIdleRequests)
         names << port.toObject().value("name").toString() + ":" +
                      port.toObject().value("type").toString();
     EXPECT_EQ(names, (QStringList{"P1:internal", "P2:internal", "P3:external", "P4:external"}));
-    EXPECT_EQ(host.finish().exitCode, 0) << host.seen().err.toStdString();
+
+    // Still open: the command has not returned.
+    EXPECT_TRUE(host.seen().records({"command", "name", "mgcconnect_open_options_dialog"}).empty());
+    host.process().terminate();
+    const HostRun run = host.finish();
+    EXPECT_EQ(run.exitCode, 128 + 15) << run.err.toStdString();
+    const std::vector<QJsonObject> closed = run.records({"dialog", "when", "closed"});
+    ASSERT_EQ(closed.size(), 1u) << host.dump();
+    EXPECT_TRUE(closed[0].value("answer").isNull());
 }
 
 } // namespace

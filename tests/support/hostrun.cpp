@@ -174,11 +174,6 @@ bool HostProcess::waitForOutput(const QString& text)
     return waitUntil([&] { return m_seen.out.contains(text); });
 }
 
-bool HostProcess::waitForError(const QString& text)
-{
-    return waitUntil([&] { return m_seen.err.contains(text); });
-}
-
 std::string HostProcess::dump()
 {
     std::string text = "journal:\n";
@@ -210,4 +205,18 @@ HostRun HostProcess::finish(const QByteArray& input)
 HostRun runHost(const QStringList& arguments, const QByteArray& input)
 {
     return HostProcess(arguments).finish(input);
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QString writeFile(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    file.write(content);
+    return path;
 }

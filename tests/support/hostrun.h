@@ -78,9 +78,8 @@ public:
     // Waits until `count` records match (a test failure after the time
     // limit); returns every record matching.
     std::vector<QJsonObject> waitFor(const RecordMatch& match, int count = 1);
-    // Wait until standard output or error holds `text`; false after the time limit.
+    // Waits until standard output holds `text`; false after the time limit.
     bool waitForOutput(const QString& text);
-    bool waitForError(const QString& text);
     // The journal and standard error, for failure messages.
     std::string dump();
     // Closes standard input after writing `input`, waits for the end.
@@ -97,3 +96,8 @@ private:
 };
 
 HostRun runHost(const QStringList& arguments, const QByteArray& input = {});
+
+// The content of a file, empty when it cannot be read.
+QByteArray readFile(const QString& path);
+// Writes `content` to `path` (a test failure if it cannot); returns the path.
+QString writeFile(const QString& path, const QByteArray& content);

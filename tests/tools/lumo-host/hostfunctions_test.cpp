@@ -17,35 +17,27 @@ namespace {
 class HostFunctionsTest : public ::testing::Test
 {
 protected:
-    // Runs the host on the workspace with two open libraries; `input` feeds
-    // standard input, where a failing statement does not stop the next.
+    // Runs the host on the workspace with three open libraries, one of them no folder name; `input`
+    // feeds standard input, where a failing statement does not stop the next.
     HostRun run(const QStringList& statements, const QByteArray& input = {})
     {
-        QStringList arguments = {"--workspace", ws(""), "--library", "rflib", "--library=scratch"};
+        QStringList arguments = {"--workspace",       ws(""),         "--library", "rflib",
+                                 "--library=scratch", "--library=a/b"};
         for (const QString& statement : statements)
             arguments << "-e" << statement;
         return runHost(input.isEmpty() ? arguments : arguments << "-", input);
     }
 
-    QString writeFile(const QString& name, const QByteArray& content)
+    QString write(const QString& name, const QByteArray& content)
     {
-        QFile file(files.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(content);
-        return file.fileName();
-    }
-
-    static QByteArray read(const QString& path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+        return writeFile(files.filePath(name), content);
     }
 
     // A workspace JSON file, keys sorted, on one line; `%1` in the expected
     // text stands for the workspace folder.
     QString compact(const QString& relative)
     {
-        return QJsonDocument::fromJson(read(ws(relative))).toJson(QJsonDocument::Compact);
+        return QJsonDocument::fromJson(readFile(ws(relative))).toJson(QJsonDocument::Compact);
     }
 
     QString ws(const QString& relative) { return QDir::cleanPath(workspace.filePath(relative)); }
@@ -63,7 +55,7 @@ TEST_F(HostFunctionsTest, PathsAnswerTheWorkspaceAndItsNetlistsAndWithoutOneNoth
     EXPECT_EQ(runHost({"-e", both}).texts("info"), (QStringList{"", ""}));
 
     const QString netlists = files.filePath("nets");
-    const QString iff = writeFile("a.iff", "x");
+    const QString iff = write("a.iff", "x");
     const HostRun bare =
         runHost({"--netlists", netlists, "--library", "rflib", "-"},
                 (both +
@@ -82,10 +74,10 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
 {
     ASSERT_TRUE(QDir().mkpath(ws("netlists")));
     QFile(ws("netlists/amp.net")).open(QIODevice::WriteOnly);
-    const QString first = writeFile("mgcLayoutTmp.iff", "first layout\n");
+    const QString first = write("mgcLayoutTmp.iff", "first layout\n");
     ASSERT_TRUE(QDir(files.path()).mkdir("b"));
-    const QString second = writeFile("b/mgcLayoutTmp.iff", "second layout\n");
-    const QString egs = writeFile("genFathom_a", "egs data\n");
+    const QString second = write("b/mgcLayoutTmp.iff", "second layout\n");
+    const QString egs = write("genFathom_a", "egs data\n");
     const QString iff = "mgclink_import_iff_file(\"rflib\", \"%1\", \"%2\");\n";
     const QString import =
         "mgclink_import_egs_file(''%1'',''" + egs + "'', NULL, ''%2'',''%3'',''/d'');\n";
@@ -107,7 +99,7 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
     EXPECT_EQ(failed, QStringList{"mgclink_import_iff_file: library rflib already holds "
                                   "mgcLayoutTmp.iff and overwriting is FALSE"});
 
-    EXPECT_TRUE(read(ws("designs/amp.design")).startsWith("{\n    \"cell\": \"amp\",\n"));
+    EXPECT_TRUE(readFile(ws("designs/amp.design")).startsWith("{\n    \"cell\": \"amp\",\n"));
     EXPECT_EQ(compact("designs/amp.design"),
               QString(R"({"cell":"amp","design":"a.sch","design_path":"C:/a","first":"","last":0,)"
                       R"("netlist":"%1/netlists/amp.net","netlist_found":true,"port_count":1,)"
@@ -121,11 +113,15 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
             .arg(ws("")));
     EXPECT_TRUE(
         result.out.startsWith("[host] design amp created: " + ws("designs/amp.design") + "\n"));
+    EXPECT_TRUE(result.out.contains("[host] EGS file " + egs +
+                                    " imported into library scratch as an EM view: " +
+                                    ws("libraries/scratch/amp_top_lna.emview") + "\n"))
+        << result.out.toStdString();
 
-    EXPECT_EQ(read(ws("libraries/rflib/mgcLayoutTmp.iff")), "second layout\n");
+    EXPECT_EQ(readFile(ws("libraries/rflib/mgcLayoutTmp.iff")), "second layout\n");
     EXPECT_TRUE(QFile::exists(ws("libraries/rflib/amp.emview")));
     EXPECT_TRUE(QFile::exists(ws("libraries/rflib/lna.emview")));
-    EXPECT_EQ(read(ws("libraries/scratch/amp_top_lna.egs")), "egs data\n");
+    EXPECT_EQ(readFile(ws("libraries/scratch/amp_top_lna.egs")), "egs data\n");
     EXPECT_EQ(
         compact("libraries/scratch/amp_top_lna.emview"),
         QString(
@@ -138,7 +134,7 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
 
 TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWrong)
 {
-    const QString iff = writeFile("a.iff", "x");
+    const QString iff = write("a.iff", "x");
     const QString import = "mgclink_import_iff_file(\"%1\", \"" + iff + "\", %2);";
     const QString egs =
         "mgclink_import_egs_file(''rflib'',''" + iff + "'', %1, ''%2'',''%3'',''c'');";
@@ -151,6 +147,7 @@ TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWr
         {import.arg("rflib", "\"yes\""), "argument 3 must be \"TRUE\" or \"FALSE\""},
         {import.arg("closed", "\"TRUE\""), "library \"closed\" is not open"},
         {import.arg("", "\"TRUE\""), "no library named"},
+        {import.arg("a/b", "\"TRUE\""), "the library name \"a/b\" cannot name a folder"},
         {"mgclink_import_iff_file(\"rflib\", \"/no/such.iff\", \"TRUE\");",
          "the file /no/such.iff does not exist"},
         {egs.arg("0", "a", "b"), "argument 3 must be NULL, got an integer"},

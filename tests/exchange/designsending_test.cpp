@@ -108,6 +108,9 @@ TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSch
     const int handles = test.brio.liveHandles();
     send("mgcconnect_layoutsend_command", {file("l2"), file("s2"), "d", "r", "p"}, 1);
     EXPECT_EQ(test.brio.liveHandles(), handles);
+    EXPECT_EQ(standardError, "Unable to open IFF file (null)\n");
+    EXPECT_EQ(statements().at(0),
+              shownError("Unable to open schematic IFF file to send to Mentor: "));
 }
 
 } // namespace

@@ -194,9 +194,8 @@ TEST_F(NetlistReceipt, NoRegionNoWorkspaceOrAFailingHostCreatesNothing)
 
 TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
 {
-    std::string big = "X1 ( a b c )\n";
-    big.resize(100u << 20, 'x');
-    const std::string huge(100000, 'r'); // too long a file name
+    const std::string big = "X1 ( a b c )\n" + std::string(1000, 'x');
+    const std::string huge(300, 'r'); // too long a file name
     struct Row
     {
         std::string netlists, region, netlist;
@@ -215,8 +214,7 @@ TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"d_r.net"});
     EXPECT_EQ(fileContent(netlists + "/a\\b/d_r.net"), "n");
-    const std::optional<std::string> written = fileContent(netlists + "/d_r.net");
-    EXPECT_TRUE(written == big) << "written " << (written ? written->size() : 0) << " bytes";
+    EXPECT_EQ(fileContent(netlists + "/d_r.net"), big);
 }
 
 } // namespace

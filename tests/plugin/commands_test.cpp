@@ -133,7 +133,7 @@ TEST_F(Commands, TimestampIsTheLowThirtyTwoBitsOfTheCurrentTime)
     EXPECT_LE(static_cast<std::uint32_t>(*stamp), after);
 }
 
-TEST_F(Commands, OnlySendPushIntoMessageStopsAtARefusedFetch)
+TEST_F(Commands, OnlySendPushIntoMessageStopsAtARefusedFetchTheOthersFetchEveryArgument)
 {
     // It keeps the values fetched before the refused one.
     for (int refused = 0; refused < 3; ++refused) {
@@ -150,7 +150,9 @@ TEST_F(Commands, OnlySendPushIntoMessageStopsAtARefusedFetch)
              {"mgcconnect_designsend_command", 5, 4, 0},
              {"mgcconnect_layoutsend_command", 5, 2, 1}}) {
         SCOPED_TRACE(command);
+        const int fetches = test.brio.getArgumentCalls();
         EXPECT_EQ(test.call(command, std::vector<BRIOValue>(count, iff), refused), 1);
+        EXPECT_EQ(test.brio.getArgumentCalls() - fetches, count) << "every argument fetched";
         unreleasedHandles += kept;
     }
     EXPECT_TRUE(statements().empty());

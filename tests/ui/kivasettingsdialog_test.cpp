@@ -14,6 +14,7 @@
 #include <QLineEdit>
 #include <QPixmap>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
@@ -159,7 +160,11 @@ TEST_F(KivaSettingsDialogTest, OpeningChangesNoOptionAndOkStoresTheLibraryShown)
         EXPECT_EQ(sets(options), before);
         EXPECT_EQ(fileSets(), before);
 
+        // The form's own accept() comes first: the dialog never finishes rejected.
+        QSignalSpy finished(dialog.get(), &QDialog::finished);
         click(QDialogButtonBox::Ok);
+        ASSERT_EQ(finished.count(), 2);
+        EXPECT_EQ(finished.first().first(), QDialog::Accepted);
         EXPECT_EQ(general(OptionName::TargetLib), QString::fromUtf8(row.shown));
         EXPECT_EQ(fileSets(), sets(options));
     }
@@ -192,18 +197,25 @@ TEST_F(KivaSettingsDialogTest, EveryKeystrokeInTheExclusionRefillsTheListAndTarg
     }
 }
 
-TEST_F(KivaSettingsDialogTest, TogglingOverwriteChangesBothOptionsInTheirOwnSpelling)
+// Cancel takes back the changes from the file written on opening; the form's
+// own connection to reject() closes the dialog first, so it finishes twice.
+TEST_F(KivaSettingsDialogTest, TogglingOverwriteChangesBothOptionsInTheirOwnSpellingUntilCancel)
 {
     open();
     const Sets before = sets(options);
-    for (const auto& [general, iff] : {std::pair("true", "TRUE"), std::pair("false", "FALSE")}) {
+    for (const auto& [general, iff] :
+         {std::pair("true", "TRUE"), std::pair("false", "FALSE"), std::pair("true", "TRUE")}) {
         SCOPED_TRACE(general);
         QTest::keyClick(checkBox(), Qt::Key_Space);
         EXPECT_EQ(this->general(OptionName::OverwriteDesigns), QLatin1String(general));
         EXPECT_EQ(this->iff(OptionName::ImportOverwriteExistingDesign), QLatin1String(iff));
     }
-    // Back where it started, tips and everything else untouched on the way.
+    QSignalSpy finished(dialog.get(), &QDialog::finished);
+    click(QDialogButtonBox::Cancel);
+    EXPECT_EQ(finished.count(), 2);
+    EXPECT_EQ(dialog->result(), QDialog::Rejected);
     EXPECT_EQ(sets(options), before);
+    EXPECT_EQ(fileSets(), before);
 }
 
 TEST_F(KivaSettingsDialogTest, HelpShowsTheBareTextInTheHostInformationWindow)

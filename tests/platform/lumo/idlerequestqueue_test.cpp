@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -67,16 +68,6 @@ bool postWhileServing(IdleRequestQueue& queue, const std::function<void()>& post
     return finished;
 }
 
-TEST(IdleRequestQueue, PostWaitsUntilPerformedOnTheServingThread)
-{
-    IdleRequestQueue queue;
-    RecordingRequest request(1);
-    bool result = false;
-    ASSERT_TRUE(postWhileServing(queue, [&] { result = queue.postAndWait(request); }));
-    EXPECT_TRUE(result);
-    EXPECT_EQ(request.performedOn, std::this_thread::get_id());
-}
-
 TEST(IdleRequestQueue, ShutdownReleasesAWaiterThatWouldOtherwiseWaitForever)
 {
     IdleRequestQueue queue;
@@ -97,30 +88,25 @@ TEST(IdleRequestQueue, ShutdownReleasesAWaiterThatWouldOtherwiseWaitForever)
     EXPECT_FALSE(queue.postAndWait(late));
 }
 
-TEST(IdleRequestQueue, RequestsOfOneThreadArePerformedInPostingOrder)
+TEST(IdleRequestQueue, PostsOfOneThreadWaitUntilPerformedOnTheServingThreadInOrder)
 {
     IdleRequestQueue queue;
     std::vector<int> order;
+    std::vector<std::thread::id> threads;
     ASSERT_TRUE(postWhileServing(queue, [&] {
-        for (int id = 0; id < 100; ++id) {
+        for (int id = 0; id < 20; ++id) {
             RecordingRequest request(id, &order);
-            queue.postAndWait(request);
+            EXPECT_TRUE(queue.postAndWait(request));
+            threads.push_back(request.performedOn); // performed before the post returned
         }
     }));
-    ASSERT_EQ(order.size(), 100u);
-    for (int id = 0; id < 100; ++id)
-        EXPECT_EQ(order[static_cast<std::size_t>(id)], id);
+    std::vector<int> expected(20);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
+    EXPECT_EQ(threads, std::vector<std::thread::id>(20, std::this_thread::get_id()));
 }
 
-TEST(IdleRequest, WithoutABackendItIsRefusedUnperformed)
-{
-    LumoHost::installBackend(nullptr);
-    RecordingRequest request(1);
-    EXPECT_FALSE(request.postAndWaitUntilPerformed());
-    EXPECT_EQ(request.performedOn, std::thread::id());
-}
-
-TEST(IdleRequest, GoesThroughTheInstalledBackend)
+TEST(IdleRequest, GoesThroughTheInstalledBackendAndIsRefusedUnperformedWithoutOne)
 {
     QueueBackend backend;
     LumoHost::installBackend(&backend);
@@ -132,6 +118,9 @@ TEST(IdleRequest, GoesThroughTheInstalledBackend)
     ASSERT_TRUE(served);
     EXPECT_TRUE(result);
     EXPECT_EQ(request.performedOn, std::this_thread::get_id());
+    RecordingRequest refused(2);
+    EXPECT_FALSE(refused.postAndWaitUntilPerformed());
+    EXPECT_EQ(refused.performedOn, std::thread::id());
 }
 
 } // namespace

@@ -11,36 +11,15 @@
 
 namespace {
 
-struct DoubleRow
-{
-    double value;
-    const char* text;
-};
-
-const std::vector<DoubleRow>& doubleRows()
-{
-    static const std::vector<DoubleRow> rows = {
-        {0.0, "0"},
-        {1.5, "1.5"},
-        {12.25, "12.25"},
-        {-0.5, "-0.5"},
-        {90, "90"},
-        {100000, "100000"},
-        {1234567, "1.23457e+06"},
-        {0.0001, "0.0001"},
-        {0.00001, "1e-05"},
-        {3.14159265, "3.14159"},
-        {1e100, "1e+100"},
-    };
-    return rows;
-}
-
 TEST(LumoStrings, FromDoubleFormatsLikePercentG)
 {
-    for (const DoubleRow& row : doubleRows()) {
-        SCOPED_TRACE(row.text);
-        EXPECT_EQ(from_double(row.value, 'g', 6), row.text);
-    }
+    // clang-format off
+    const std::vector<std::pair<double, const char*>> rows = {
+        {0.0, "0"}, {-0.5, "-0.5"}, {100000, "100000"}, {1234567, "1.23457e+06"},
+        {0.0001, "0.0001"}, {0.00001, "1e-05"}, {3.14159265, "3.14159"}, {1e100, "1e+100"}};
+    // clang-format on
+    for (const auto& [value, text] : rows)
+        EXPECT_EQ(from_double(value, 'g', 6), text);
 }
 
 // A decimal comma without depending on the machine's installed locales.

@@ -299,36 +299,14 @@ TEST_F(XBridgeNetwork, WhileADeliveryWaitsTheNetworkIsServedAndAFullQueueStopsRe
     EXPECT_EQ(threads.count(std::this_thread::get_id()), 0u);
 }
 
-TEST_F(XBridgeNetwork, SixtyFourPeersAnnouncingAtOnceThroughASmallBudgetAreAllServed)
+TEST(MessageText, IsLentWithoutACopyAndWhatWasLentNeverChanges)
 {
-    constexpr int kPeers = 64;
-    // Every frame through a budget that holds only a few at once: frames wait
-    // for each other and are all started in the end.
-    Testing::TransportLimits limits;
-    limits.smallFrameLimit = 0;
-    limits.receiveBudget = 256;
-    const int port = bridge->start(limits);
-    std::vector<std::unique_ptr<PeerClient>> peers(kPeers);
-    std::vector<std::thread> threads;
-    for (int p = 0; p < kPeers; ++p) {
-        threads.emplace_back([&, p] {
-            EXPECT_EQ(errorOf([&] {
-                          peers[p] = connectPeer(port, "peer" + std::to_string(p));
-                          peers[p]->send(sampleMessage(212, std::to_string(p)));
-                      }),
-                      "");
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    ASSERT_TRUE(bridge->waitForMessages(kPeers));
-    std::set<int> numbers;
-    for (const auto& [app, number] : bridge->connected())
-        numbers.insert(number);
-    EXPECT_EQ(numbers.size(), std::size_t(kPeers)) << "a number given twice, or a peer not listed";
-    EXPECT_EQ(*numbers.begin(), 1);
-    EXPECT_EQ(*numbers.rbegin(), kPeers);
-    sendFromBridge(*bridge, "to all", "");
-    for (auto& peer : peers)
-        ASSERT_EQ(nextText(*peer), "to all");
+    msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(222, "body"));
+    const msgString lent = message->GetText();
+    EXPECT_EQ(message->GetText().c_str(), lent.c_str()) << "the text was copied";
+    message->SetText("new");
+    EXPECT_EQ(lent.str(), "body");
+    EXPECT_EQ(Testing::contentOf(*message).text, "new");
+    message.reset();
+    EXPECT_EQ(lent.str(), "body") << "outlives its message";
 }

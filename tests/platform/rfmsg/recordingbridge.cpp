@@ -12,6 +12,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "rfmsg/framereader.h"
+#include "rfmsg/wirecodec.h"
+
 using namespace RFMsgExp;
 
 RecordingBridge::~RecordingBridge()
@@ -99,17 +102,25 @@ namespace BridgeTestSupport {
 
 RawPeer::RawPeer(int port) : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-        close();
+    if (port > 0)
+        connect(port);
 }
 
 RawPeer::~RawPeer()
 {
     close();
+}
+
+bool RawPeer::connect(int port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+        return true;
+    close();
+    return false;
 }
 
 void RawPeer::send(const std::string& bytes)
@@ -127,15 +138,35 @@ void RawPeer::close(bool reset)
     m_fd = -1;
 }
 
-bool RawPeer::closedByTheBridge()
+std::string RawPeer::address() const
 {
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&local), &size);
+    return "127.0.0.1:" + std::to_string(ntohs(local.sin_port));
+}
+
+std::optional<std::vector<std::string>> RawPeer::closeReasons()
+{
+    std::string bytes;
     char buffer[4096];
     pollfd entry{m_fd, POLLIN, 0};
-    while (::poll(&entry, 1, 5000) > 0) {
-        if (::recv(m_fd, buffer, sizeof buffer, 0) <= 0)
-            return true;
+    for (;;) {
+        if (::poll(&entry, 1, 10000) <= 0)
+            return std::nullopt;
+        const long received = ::recv(m_fd, buffer, sizeof buffer, 0);
+        if (received <= 0)
+            break;
+        bytes.append(buffer, static_cast<std::size_t>(received));
     }
-    return false;
+    Wire::FrameReader reader;
+    reader.append(bytes.data(), bytes.size());
+    std::vector<std::string> reasons;
+    for (; reader.poll() == Wire::FrameReader::Status::Ready; reader.pop()) {
+        if (reader.front().type == Wire::FrameType::Close)
+            reasons.push_back(Wire::decodeClose(reader.front().payload, reader.front().size));
+    }
+    return reasons;
 }
 
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs)

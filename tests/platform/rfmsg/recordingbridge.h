@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,22 +56,28 @@ private:
 namespace BridgeTestSupport {
 
 // A bare TCP client on the loopback interface that sends whatever bytes a
-// test gives it.
+// test gives it. The socket is made at once, so that it can connect while
+// this process has no descriptor left.
 class RawPeer
 {
 public:
-    explicit RawPeer(int port);
+    // Connects when given a port.
+    explicit RawPeer(int port = 0);
     ~RawPeer();
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
 
+    bool connect(int port);
     bool connected() const { return m_fd >= 0; }
     // Blocks until the system took every byte, or the connection broke.
     void send(const std::string& bytes);
     // Closes normally (FIN), or with a reset (RST) as a crashed peer's system may.
     void close(bool reset = false);
-    // Whether the bridge closed the connection within 5 s; what it sent is skipped.
-    bool closedByTheBridge();
+    // "127.0.0.1:40312", as the bridge names this end.
+    std::string address() const;
+    // The reasons of the CLOSE frames the bridge sent until it closed the
+    // connection, other frames skipped; none when it stayed open for 10 s.
+    std::optional<std::vector<std::string>> closeReasons();
 
 private:
     int m_fd;

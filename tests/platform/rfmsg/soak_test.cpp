@@ -1,21 +1,12 @@
-// Long runs, behind the `soak` label (left out of the default test run).
+// Long runs of the bridge, behind the `soak` label (left out of the default
+// test run); the attacks run against lumo-host in tests/e2e.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "recordingbridge.h"
 #include "rfmsg/peerclient.h"
@@ -24,35 +15,6 @@
 using namespace RFMsgExp;
 using BridgeTestSupport::errorOf;
 using BridgeTestSupport::sampleMessage;
-
-namespace {
-
-// The most memory this process has held, in MB (VmHWM).
-long peakMegabytes()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmHWM:", 0) == 0)
-            return std::stol(line.substr(6)) / 1024;
-    return -1;
-}
-
-int connectSilently(int port)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-} // namespace
 
 TEST(TransportSoak, TwoHundredMegabyteBodyGoesBothWaysIntact)
 {
@@ -127,89 +89,4 @@ TEST(TransportSoak, PeersComingAndGoingLeakNothingAndLoseNothing)
         EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
     }
     EXPECT_EQ(Testing::liveObjects(), liveAtStart);
-}
-
-TEST(TransportSoak, FloodOfSilentConnectionsCostsBoundedFilesAndReports)
-{
-    constexpr int kFlood = 1500;
-    rlimit files{};
-    ::getrlimit(RLIMIT_NOFILE, &files);
-    files.rlim_cur = files.rlim_max;
-    ::setrlimit(RLIMIT_NOFILE, &files);
-    RecordingBridge bridge;
-    const int port = bridge.start();
-    const auto start = std::chrono::steady_clock::now();
-    std::vector<int> flood;
-    int mostOpen = 0;
-    PeerClient honest;
-    for (int i = 0; i < kFlood; ++i) {
-        const int fd = connectSilently(port);
-        ASSERT_GE(fd, 0) << i;
-        flood.push_back(fd);
-        mostOpen = std::max(mostOpen, Testing::transportStats(bridge).openConnections);
-        if (i == kFlood / 2)
-            honest.connect("127.0.0.1", port, "DXD");
-    }
-    honest.send(sampleMessage(212, "served during the flood"));
-    ASSERT_TRUE(bridge.waitForMessages(1, 60000));
-    // Every silent connection ends: made room for, or timed out.
-    const std::regex summary("\xe2\x80\xa6 and (\\d+) more .*");
-    long accounted = 0;
-    ASSERT_TRUE(BridgeTestSupport::waitUntil(
-        [&] {
-            accounted = 0;
-            for (const std::string& error : bridge.errors()) {
-                std::smatch match;
-                accounted += std::regex_match(error, match, summary) ? std::stol(match[1]) : 1;
-            }
-            return accounted >= kFlood;
-        },
-        120000));
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    const std::size_t reports = bridge.errors().size();
-    std::printf("silent flood: %d connections, at most %d open at the bridge, %zu reports in "
-                "%.1f s, peak memory %ld MB\n",
-                kFlood, mostOpen, reports, seconds, peakMegabytes());
-    EXPECT_EQ(accounted, kFlood);
-    EXPECT_LE(mostOpen, 129);
-    // Ten reports a second and a summary for each of the two reasons.
-    EXPECT_LE(reports, static_cast<std::size_t>(12 * (seconds + 1)));
-    EXPECT_EQ(bridge.connected(), (Peers{{"DXD", 1}}));
-    for (const int fd : flood)
-        ::close(fd);
-}
-
-TEST(TransportSoak, LayoutPeerThatNeverReadsCostsAtMostTheHardLimit)
-{
-    constexpr int kDesigns = 40;
-    RecordingBridge bridge;
-    const int port = bridge.start();
-    PeerClient layout;
-    layout.connect("127.0.0.1", port, "BSXE");
-    PeerClient schematic;
-    schematic.connect("127.0.0.1", port, "DXD");
-    const std::string design(8u << 20, 'L');
-    for (int i = 0; i < kDesigns; ++i) {
-        msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(212, design, true));
-        bridge.OnSend(message.get(), "BSXE");
-        msg_auto_ptr<IRFMessage> small = Testing::makeMessage(sampleMessage(224, "small"));
-        bridge.OnSend(small.get(), "DXD");
-    }
-    ASSERT_TRUE(bridge.waitForErrors(1, 60000));
-    std::printf("non-reading layout peer: %s; peak memory %ld MB\n", bridge.errors()[0].c_str(),
-                peakMegabytes());
-    std::smatch megabytes;
-    const std::string error = bridge.errors()[0];
-    ASSERT_TRUE(std::regex_search(
-        error, megabytes,
-        std::regex("does not read what the bridge sends \\((\\d+)\\.\\d MB waiting\\)")))
-        << error;
-    EXPECT_LE(std::stol(megabytes[1]), 256 + 8);
-    for (int i = 0; i < kDesigns; ++i) {
-        const std::optional<MessageContent> received = schematic.receive(60000);
-        ASSERT_TRUE(received && received->text == "small");
-    }
-    EXPECT_TRUE(bridge.waitForPeerCount(1));
-    EXPECT_EQ(bridge.connected(), (Peers{{"DXD", 2}}));
 }

@@ -130,6 +130,18 @@ TEST(WireCodec, MessageWrittenAsAnotherPeerMightIsRead)
         DocumentContent{"", "", "", {{"lna", "", "", {{"", 1, 0, "P1", "", 0.0, 12.0, 1.5}}}}, {}};
     EXPECT_EQ(dump(Wire::decodeMessage(payload.data(), payload.size())), dump(expected));
 
+    // Ten thousand ports giving only their names stay within the decoded size allowed.
+    QCborArray ports;
+    for (int i = 0; i < 10000; ++i)
+        ports.append(QCborMap{{QStringLiteral("name"), QStringLiteral("P%1").arg(i)}});
+    const QCborMap named{{QStringLiteral("ports"), ports}};
+    const std::string many = cbor(QCborMap{
+        {QStringLiteral("kind"), 212},
+        {QStringLiteral("document"), QCborMap{{QStringLiteral("regions"), QCborArray{named}}}}});
+    const MessageContent decoded = Wire::decodeMessage(many.data(), many.size());
+    ASSERT_EQ(decoded.document->regions[0].ports.size(), 10000u);
+    EXPECT_EQ(decoded.document->regions[0].ports[9999].name, "P9999");
+
     // A map of unknown length, and the text in chunks.
     const std::string chunked("\xbf\x64kind\x01\x64text\x7f\x62he\x63llo\x60\xff\xff", 23);
     EXPECT_EQ(Wire::decodeMessage(chunked.data(), chunked.size()).text, "hello");
@@ -179,6 +191,8 @@ TEST(WireCodec, MalformedPayloadsAreRejectedNamingTheField)
         {"deep nesting in an unknown field",
          "\xa2\x64kind\x01\x61z" + std::string(100, '\x81') + "\x01",
          "field 'z' nests deeper than 16 levels"},
+        {"nesting 16 levels in an unknown field",
+         "\xa2\x64kind\x01\x61z" + std::string(16, '\x81') + "\x01", "(accepted)"},
         {"an announcement with a name too long",
          cbor(
              QCborMap{{QStringLiteral("app"), QString(300, 'a')}, {QStringLiteral("protocol"), 1}}),

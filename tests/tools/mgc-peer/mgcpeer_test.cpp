@@ -125,13 +125,12 @@ TEST_F(MgcPeerProcess, SendDeliversEveryExampleAsDescribed)
         << output;
 }
 
-TEST_F(MgcPeerProcess, ListenersAreNumberedListedAndPrintWhatIsSentToThem)
+TEST_F(MgcPeerProcess, ListenersAreNumberedAndPrintWhatIsSentToThem)
 {
     PeerProcess first(on({"--app", "DXD", "listen", "--timeout", "20"}));
     ASSERT_EQ(first.readLine(), R"({"event":"connected","app":"DXD","number":1})");
     PeerProcess peer(on({"--app", "BSXE", "listen", "--count", "2", "--timeout", "20"}));
     ASSERT_EQ(peer.readLine(), R"({"event":"connected","app":"BSXE","number":2})");
-    EXPECT_EQ(bridge.connected(), (Peers{{"DXD", 1}, {"BSXE", 2}}));
 
     MessageContent iff;
     iff.kind = 222;
@@ -158,11 +157,6 @@ TEST_F(MgcPeerProcess, ListenersAreNumberedListedAndPrintWhatIsSentToThem)
     EXPECT_EQ(peer.readLine(), toAll);
     EXPECT_EQ(peer.finish(), 0) << peer.errors();
     EXPECT_EQ(first.readLine(), toAll) << "DXD got what was meant for BSXE";
-
-    // A listener that is killed leaves the list.
-    ASSERT_TRUE(bridge.waitForPeerCount(1));
-    first.kill();
-    EXPECT_TRUE(bridge.waitForPeerCount(0));
     EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
 }
 
@@ -245,14 +239,14 @@ TEST_F(MgcPeerProcess, WrongCommandLinesAreExplained)
 
 TEST_F(MgcPeerProcess, BenchSendsTheRequestedNumberOfMessagesOfTheRequestedSize)
 {
-    PeerProcess peer(on({"--app", "BSXE", "bench", "iff", "--count", "20", "--bytes", "1M"}));
+    PeerProcess peer(on({"--app", "BSXE", "bench", "iff", "--count", "3", "--bytes", "1M"}));
     ASSERT_EQ(peer.finish(), 0) << peer.errors();
-    ASSERT_TRUE(bridge.waitForMessages(20));
+    ASSERT_TRUE(bridge.waitForMessages(3));
     for (const MessageContent& message : bridge.messages()) {
         EXPECT_EQ(message.kind, 222);
         EXPECT_EQ(message.text.size(), 1u << 20);
     }
     const JsonValue line = JsonReader::parse(peer.output());
-    EXPECT_EQ(line.find("count")->integer, 20);
+    EXPECT_EQ(line.find("count")->integer, 3);
     EXPECT_EQ(line.find("bytes")->integer, 1 << 20);
 }

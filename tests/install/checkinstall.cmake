@@ -28,7 +28,7 @@ set(expected bin/lumo-host bin/mgc-peer
 if(NOT installed STREQUAL expected)
     message(FATAL_ERROR "installed ${installed}, expected ${expected}")
 endif()
-foreach(document README.md docs/wire-protocol.md examples/netlist.json examples/pa_layout.iff)
+foreach(document README.md SECURITY.md docs/wire-protocol.md examples/netlist.json examples/pa_layout.iff)
     if(NOT EXISTS ${prefix}/${DOCDIR}/${document})
         message(FATAL_ERROR "${DOCDIR}/${document} was not installed")
     endif()

@@ -46,7 +46,7 @@ protected:
 const QString Paths =
     "de_info(mgclink_get_workspace_path()); de_info(mgclink_get_netlists_path());\n";
 
-TEST_F(HostFunctionsTest, WithoutAWorkspaceNothingIsWrittenAndTheTerminalShowsWhatIsSaid)
+TEST_F(HostFunctionsTest, WithoutAWorkspaceFilesAreRefusedAndTheTerminalShowsWhatIsSaid)
 {
     EXPECT_EQ(runHost({"-"}, Paths.toUtf8()).texts("info"), (QStringList{"", ""}));
     const QString netlists = files.filePath("nets");

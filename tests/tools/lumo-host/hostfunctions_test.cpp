@@ -17,15 +17,13 @@ namespace {
 class HostFunctionsTest : public ::testing::Test
 {
 protected:
-    // Runs the host on the workspace with three open libraries, one of them no folder name; `input`
-    // feeds standard input, where a failing statement does not stop the next.
-    HostRun run(const QStringList& statements, const QByteArray& input = {})
+    // The host on the workspace with three open libraries, one of them no
+    // folder name, reading `input`, where a failing statement does not stop the next.
+    HostRun run(const QString& input)
     {
-        QStringList arguments = {"--workspace",       ws(""),         "--library", "rflib",
-                                 "--library=scratch", "--library=a/b"};
-        for (const QString& statement : statements)
-            arguments << "-e" << statement;
-        return runHost(input.isEmpty() ? arguments : arguments << "-", input);
+        return runHost({"--workspace", ws(""), "--library", "rflib", "--library=scratch",
+                        "--library=a/b", "-"},
+                       input.toUtf8());
     }
 
     QString write(const QString& name, const QByteArray& content)
@@ -33,8 +31,7 @@ protected:
         return writeFile(files.filePath(name), content);
     }
 
-    // A workspace JSON file, keys sorted, on one line; `%1` in the expected
-    // text stands for the workspace folder.
+    // A workspace JSON file, keys sorted, on one line.
     QString compact(const QString& relative)
     {
         return QJsonDocument::fromJson(readFile(ws(relative))).toJson(QJsonDocument::Compact);
@@ -46,28 +43,42 @@ protected:
     QTemporaryDir files;
 };
 
-TEST_F(HostFunctionsTest, PathsAnswerTheWorkspaceAndItsNetlistsAndWithoutOneNothingIsWritten)
-{
-    const QString both =
-        "de_info(mgclink_get_workspace_path()); de_info(mgclink_get_netlists_path());";
-    EXPECT_EQ(run({both}).texts("info"), (QStringList{ws(""), ws("netlists")}));
-    EXPECT_TRUE(QDir(ws("netlists")).exists());
-    EXPECT_EQ(runHost({"-e", both}).texts("info"), (QStringList{"", ""}));
+const QString Paths =
+    "de_info(mgclink_get_workspace_path()); de_info(mgclink_get_netlists_path());\n";
 
+TEST_F(HostFunctionsTest, WithoutAWorkspaceFilesAreRefusedAndTheTerminalShowsWhatIsSaid)
+{
+    EXPECT_EQ(runHost({"-"}, Paths.toUtf8()).texts("info"), (QStringList{"", ""}));
     const QString netlists = files.filePath("nets");
-    const QString iff = write("a.iff", "x");
+    const QString servers = "mgclink_show_connected_servers(\"pc1\",%1,\"390.001\", \"2.1\",%2);";
+    const QString input = Paths +
+                          "mgclink_create_design(\"\", \"c\", \"d\", \"p\", \"r\", 0, NULL, 0);\n"
+                          "mgclink_import_iff_file(\"rflib\", \"" +
+                          write("a.iff", "x") +
+                          "\", \"TRUE\");\n"
+                          "de_info(\"Tessel Error: two\nlines\");" +
+                          servers.arg("5000", "list(,list(\"DXD\",3))") +
+                          servers.arg("0", "list(,list(\"DXD\",1),list(\"BSXE\",2))") +
+                          servers.arg("5000", "NULL") +
+                          "fprintf(stderr,\"Tessel:Info: x\n\"); fprintf(stdout, \"out\");";
     const HostRun bare =
-        runHost({"--netlists", netlists, "--library", "rflib", "-"},
-                (both +
-                 "\nmgclink_create_design(\"\", \"c\", \"d\", \"p\", \"r\", 0, NULL, 0);\n"
-                 "mgclink_import_iff_file(\"rflib\", \"" +
-                 iff + "\", \"TRUE\");\n")
-                    .toUtf8());
-    EXPECT_EQ(bare.texts("info"), (QStringList{"", netlists}));
+        runHost({"--netlists", netlists, "--library", "rflib", "-"}, input.toUtf8());
     EXPECT_TRUE(QDir(netlists).exists());
     EXPECT_TRUE(bare.err.contains("stdin:2: error: mgclink_create_design: no workspace is open"))
         << bare.err.toStdString();
     EXPECT_TRUE(bare.err.contains("stdin:3: error: mgclink_import_iff_file: no workspace is open"));
+    EXPECT_EQ(
+        bare.out,
+        "[info] \n[info] " + netlists +
+            "\n[info] Tessel Error: two\n[info] lines\n"
+            "[servers] host pc1, port 5000, plug-in 390.001, messaging 2.1: DXD (3)\n"
+            "[servers] host pc1, port 0, plug-in 390.001, messaging 2.1: DXD (1), BSXE (2)\n"
+            "[servers] host pc1, port 5000, plug-in 390.001, messaging 2.1: no peer connected\n"
+            "out");
+    EXPECT_EQ(bare.texts("info"), (QStringList{"", netlists, "Tessel Error: two\nlines"}));
+    EXPECT_EQ(bare.texts("stderr"), QStringList{"Tessel:Info: x\n"});
+    EXPECT_EQ(bare.texts("stdout"), QStringList{"out"});
+    EXPECT_TRUE(bare.err.contains("Tessel:Info: x\n"));
 }
 
 TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
@@ -82,24 +93,20 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
     const QString import =
         "mgclink_import_egs_file(''%1'',''" + egs + "'', NULL, ''%2'',''%3'',''/d'');\n";
     const HostRun result = run(
-        {},
-        ("mgclink_create_design(\"\", \"amp\", \"a.sch\", \"C:/a\", \"r\", 1, "
-         "list(list(\"P1\",0,1.5,1,0)), 0);\n"
-         "mgclink_create_design(\"f\", \"bare_r1\", \"bare.sch\", \"/d\", \"r1\", 3, NULL, 7);\n" +
-         iff.arg(first, "FALSE") + iff.arg(second, "FALSE") + iff.arg(second, "TRUE") +
-         import.arg("rflib", "amp", "") + import.arg("rflib", "", "lna") +
-         import.arg("scratch", "amp_top", "lna") +
-         "mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",0,1.5,90);\n"
-         "mgclink_add_port_to_fathom_view(\"P2\",2,\"external\",-3.25,1e+06,0.5);\n")
-            .toUtf8());
-    QStringList failed;
-    for (const QJsonObject& script : result.records("script"))
-        if (!script.value("ok").toBool())
-            failed << script.value("reason").toString();
-    EXPECT_EQ(failed, QStringList{"mgclink_import_iff_file: library rflib already holds "
-                                  "mgcLayoutTmp.iff and overwriting is FALSE"});
+        Paths +
+        "mgclink_create_design(\"\", \"amp\", \"a.sch\", \"C:/a\", \"r\", 1, "
+        "list(list(\"P1\",0,1.5,1,0)), 0);\n"
+        "mgclink_create_design(\"f\", \"bare_r1\", \"bare.sch\", \"/d\", \"r1\", 3, NULL, 7);\n" +
+        iff.arg(first, "FALSE") + iff.arg(second, "FALSE") + iff.arg(second, "TRUE") +
+        import.arg("rflib", "amp", "") + import.arg("rflib", "", "lna") +
+        import.arg("scratch", "amp_top", "lna") +
+        "mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",0,1.5,90);\n"
+        "mgclink_add_port_to_fathom_view(\"P\\\"2\",2,\"external\",-3.25,1e+06,0.5);\n");
+    EXPECT_EQ(result.texts("info"), (QStringList{ws(""), ws("netlists")}));
+    EXPECT_EQ(result.err.count("error: "), 1) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains("mgclink_import_iff_file: library rflib already holds "
+                                    "mgcLayoutTmp.iff and overwriting is FALSE"));
 
-    EXPECT_TRUE(readFile(ws("designs/amp.design")).startsWith("{\n    \"cell\": \"amp\",\n"));
     EXPECT_EQ(compact("designs/amp.design"),
               QString(R"({"cell":"amp","design":"a.sch","design_path":"C:/a","first":"","last":0,)"
                       R"("netlist":"%1/netlists/amp.net","netlist_found":true,"port_count":1,)"
@@ -111,8 +118,6 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
                 R"("netlist":"%1/netlists/bare_r1.net","netlist_found":false,"port_count":3,)"
                 R"("ports":null,"region":"r1"})")
             .arg(ws("")));
-    EXPECT_TRUE(
-        result.out.startsWith("[host] design amp created: " + ws("designs/amp.design") + "\n"));
     EXPECT_TRUE(result.out.contains("[host] EGS file " + egs +
                                     " imported into library scratch as an EM view: " +
                                     ws("libraries/scratch/amp_top_lna.emview") + "\n"))
@@ -127,7 +132,7 @@ TEST_F(HostFunctionsTest, CreatedAndImportedFilesLandInTheWorkspace)
         QString(
             R"({"design":"amp_top","design_path":"/d","egs":"%1/libraries/scratch/amp_top_lna.egs",)"
             R"("library":"scratch","ports":[{"name":"P1","number":1,"type":"internal","value":90,)"
-            R"("x":0,"y":1.5},{"name":"P2","number":2,"type":"external","value":0.5,"x":-3.25,)"
+            R"("x":0,"y":1.5},{"name":"P\"2","number":2,"type":"external","value":0.5,"x":-3.25,)"
             R"("y":1000000}],"region":"lna","source":"%2"})")
             .arg(ws(""), egs));
 }
@@ -142,7 +147,7 @@ TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWr
     const QString create = "mgclink_create_design(\"\", \"%1\", \"d\", \"p\", \"r\", %2, %3, 0);";
     const std::vector<std::pair<QString, QString>> cases = {
         {"mgclink_get_workspace_path(1);", "mgclink_get_workspace_path: takes 0 arguments, got 1"},
-        {"mgclink_import_iff_file(\"rflib\", \"f\");", "takes 3 arguments, got 2"},
+        {"de_info(\"a\", \"b\");", "de_info: takes 1 argument, got 2"},
         {import.arg("rflib", "1"), "argument 3 must be a string, got an integer"},
         {import.arg("rflib", "\"yes\""), "argument 3 must be \"TRUE\" or \"FALSE\""},
         {import.arg("closed", "\"TRUE\""), "library \"closed\" is not open"},
@@ -151,65 +156,28 @@ TEST_F(HostFunctionsTest, EveryFunctionChecksItsArgumentsAndChangesNothingWhenWr
         {"mgclink_import_iff_file(\"rflib\", \"/no/such.iff\", \"TRUE\");",
          "the file /no/such.iff does not exist"},
         {egs.arg("0", "a", "b"), "argument 3 must be NULL, got an integer"},
-        {egs.arg("NULL", "", ""), "cannot name a file"},
-        {egs.arg("NULL", "a/b", "lna"), "cannot name a file"},
         {egs.arg("NULL", "..", ""), "cannot name a file"},
         {port.arg("1", "0"), "no EM view is open"},
-        {port.arg("\"1\"", "0"), "argument 2 must be an integer, got a string"},
+        {port.arg("1.5", "0"), "argument 2 must be an integer, got a real"},
         {port.arg("1", "\"0\""), "argument 4 must be a number, got a string"},
         {create.arg("c", "1", "list(list(\"P1\",0,1.5))"),
          "port 1 must be list(label, x, y, number, type)"},
         {create.arg("a/b", "0", "NULL"), "the design name \"a/b\" cannot name a file"},
-        {create.arg("c", "1.5", "NULL"), "argument 6 must be an integer, got a real"},
         {create.arg("c", "0", "\"P1\""), "argument 7 must be a list or NULL, got a string"},
         {"mgclink_show_connected_servers(\"pc1\",1,\"1\",\"2\",list(,list(\"DXD\")));",
          "peer 1 must be list(name, number)"},
-        {"de_info(5);", "de_info: argument 1 must be a string, got an integer"},
         {"fprintf(3, \"x\");", "argument 1 must be stdout or stderr, got an integer"},
     };
-    QByteArray input;
+    QString input;
     for (const auto& row : cases)
-        input += row.first.toUtf8() + "\n";
-    const HostRun result = run({}, input);
-    EXPECT_EQ(result.exitCode, 1);
-    const std::vector<QJsonObject> scripts = result.records("script");
-    const std::vector<QJsonObject> calls = result.records("call");
+        input += row.first + "\n";
+    const std::vector<QJsonObject> scripts = run(input).records("script");
     ASSERT_EQ(scripts.size(), cases.size());
-    ASSERT_EQ(calls.size(), cases.size());
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        SCOPED_TRACE(cases[i].first.toStdString());
+    for (std::size_t i = 0; i < cases.size(); ++i)
         EXPECT_TRUE(scripts[i].value("reason").toString().contains(cases[i].second))
             << scripts[i].value("reason").toString().toStdString();
-        EXPECT_FALSE(calls[i].value("ok").toBool());
-    }
     EXPECT_FALSE(QDir(ws("libraries")).exists());
     EXPECT_FALSE(QDir(ws("designs")).exists());
-    EXPECT_TRUE(result.records("info").empty());
-}
-
-TEST_F(HostFunctionsTest, TerminalShowsInformationServersAndLogLines)
-{
-    const QString servers = "mgclink_show_connected_servers(\"pc1\",%1,\"390.001\", \"2.1\",%2);";
-    const HostRun result = run({"de_info(\"Tessel Error: two\nlines\"); de_info(\"\");",
-                                servers.arg("5000", "list(,list(\"DXD\",3))"),
-                                servers.arg("0", "list(,list(\"DXD\",1),list(\"BSXE\",2))"),
-                                servers.arg("5000", "NULL"),
-                                "fprintf(stderr,\"Tessel:Info: x\n\"); fprintf(stdout, \"out\");"});
-    EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
-    EXPECT_EQ(result.out,
-              "[info] Tessel Error: two\n[info] lines\n[info] \n"
-              "[servers] host pc1, port 5000, plug-in 390.001, messaging 2.1: DXD (3)\n"
-              "[servers] host pc1, port 0, plug-in 390.001, messaging 2.1: DXD (1), BSXE (2)\n"
-              "[servers] host pc1, port 5000, plug-in 390.001, messaging 2.1: no peer connected\n"
-              "out");
-    EXPECT_EQ(result.texts("info"), (QStringList{"Tessel Error: two\nlines", ""}));
-    EXPECT_EQ(result.texts("stderr"), QStringList{"Tessel:Info: x\n"});
-    EXPECT_EQ(result.texts("stdout"), QStringList{"out"});
-    EXPECT_TRUE(result.err.contains("Tessel:Info: x\n"));
-    const std::vector<QJsonObject> calls = result.records("call");
-    ASSERT_EQ(calls.size(), 7u);
-    EXPECT_EQ(calls[2].value("args").toArray().last(), QJsonArray({QJsonArray({"DXD", 3})}));
-    EXPECT_EQ(calls[5].value("args").toArray(), QJsonArray({2, "Tessel:Info: x\n"}));
 }
 
 } // namespace

@@ -1,35 +1,30 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "journalrecord.h"
 
 namespace {
 
-TEST(JournalRecord, QuotesEveryByteSafely)
+TEST(JournalRecord, QuotesEveryByteSafelyAndOnlyValidUtf8AsItIs)
 {
-    struct Case
-    {
-        const char* name;
-        std::string text;
-        std::string quoted;
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"a\"b\\c", "\"a\\\"b\\\\c\""},
+        {"x\n\t\r", "\"x\\n\\t\\r\""},
+        {std::string("\x01\x1f\x7f\0~", 5), "\"\\u0001\\u001f\\u007f\\u0000~\""},
+        {"\xc3\xa9t\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80",
+         "\"\xc3\xa9t\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80\""},
+        {"caf\xe9", "\"caf\\u00e9\""},                            // Latin-1
+        {"\xe2\x82", "\"\\u00e2\\u0082\""},                       // truncated
+        {"\xc0\xaf", "\"\\u00c0\\u00af\""},                       // overlong
+        {"\xed\xa0\x80", "\"\\u00ed\\u00a0\\u0080\""},            // surrogate half
+        {"\xf4\x90\x80\x80", "\"\\u00f4\\u0090\\u0080\\u0080\""}, // past U+10FFFF
     };
-    const std::vector<Case> cases = {
-        {"quote and backslash", "a\"b\\c", "\"a\\\"b\\\\c\""},
-        {"line feed, tab, carriage return", "x\n\t\r", "\"x\\n\\t\\r\""},
-        {"other control bytes", std::string("\x01\x1f\x7f", 3), "\"\\u0001\\u001f\\u007f\""},
-        {"NUL byte", std::string("a\0b", 3), "\"a\\u0000b\""},
-        {"UTF-8 kept as it is", "\xc3\xa9t\xc3\xa9 \xe2\x82\xac",
-         "\"\xc3\xa9t\xc3\xa9 \xe2\x82\xac\""},
-        {"Latin-1 byte is not UTF-8", "caf\xe9", "\"caf\\u00e9\""},
-        {"truncated sequence", "\xe2\x82", "\"\\u00e2\\u0082\""},
-        {"overlong encoding", "\xc0\xaf", "\"\\u00c0\\u00af\""},
-        {"surrogate half", "\xed\xa0\x80", "\"\\u00ed\\u00a0\\u0080\""},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(JournalRecord::quote(row.text), row.quoted);
+    for (const auto& [text, quoted] : cases) {
+        SCOPED_TRACE(quoted);
+        EXPECT_EQ(JournalRecord::quote(text), quoted);
     }
 }
 

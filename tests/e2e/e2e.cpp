@@ -3,6 +3,13 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 QString pluginUnderTest()
 {
     return QStringLiteral(PLUGIN_PATH);
@@ -10,31 +17,66 @@ QString pluginUnderTest()
 
 namespace E2E {
 
-QStringList hostArguments(const QStringList& more, bool withWorkspace)
+BridgedHost::BridgedHost(const QStringList& more, bool withWorkspace)
+    : HostProcess(QStringList{"--library", "Local_Components_lib", "--library", "rflib"} +
+                  (withWorkspace ? QStringList{"--workspace", "{dir}/workspace"} : QStringList()) +
+                  more + QStringList{"-"})
 {
-    QStringList arguments{"--library", "Local_Components_lib", "--library", "rflib"};
-    if (withWorkspace)
-        arguments << "--workspace"
-                  << "{dir}/workspace";
-    return arguments << more << "-";
+    command("mgcconnect_initialize(0, 0);");
+    listedPeers();
+    const std::vector<QJsonObject> listing =
+        seen().records({"call", "function", "mgclink_show_connected_servers"});
+    port = listing.empty() ? 0 : listing.back().value("args").toArray().at(1).toInt();
+    EXPECT_GT(port, 0) << "no port in the connection listing";
 }
 
-QJsonObject command(HostProcess& host, const QString& statement)
+QJsonObject BridgedHost::command(const QString& statement)
 {
-    const RecordMatch match{"command", "name", statement.section('(', 0, 0).section('=', -1)};
-    const std::size_t before = host.seen().records(match).size();
-    host.write(statement);
-    const std::vector<QJsonObject> found = host.waitFor(match, static_cast<int>(before) + 1);
+    const QString name = statement.section('(', 0, 0);
+    const std::size_t before = seen().records({"command", "name", name}).size();
+    write(statement);
+    const std::vector<QJsonObject> found = waitFor({"command", "name", name}, int(before) + 1);
     return found.size() > before ? found.back() : QJsonObject();
 }
 
-int startBridge(HostProcess& host)
+QString BridgedHost::listedPeers()
 {
-    command(host, "mgcconnect_initialize(0, 0);");
-    command(host, "mgcconnect_show_connections();");
-    const std::vector<QJsonObject> listing =
-        host.seen().records({"call", "function", "mgclink_show_connected_servers"});
-    return listing.empty() ? 0 : listing.back().value("args").toArray().at(1).toInt();
+    command("mgcconnect_show_connections();");
+    const QString text = seen()
+                             .records({"eval", "text", "mgclink_show_connected_servers"})
+                             .back()
+                             .value("text")
+                             .toString();
+    const int start = text.indexOf("\"1.0\",") + 6;
+    return text.mid(start, text.size() - start - 2);
+}
+
+Peer::Peer(int port, const QString& app, const QStringList& arguments)
+    : HostProcess(QStringList{"--port", QString::number(port), "--app", app} + arguments,
+                  MGC_PEER_PATH, false)
+{
+    const bool listener = arguments == QStringList{"listen"};
+    EXPECT_TRUE(!listener || waitUntil([&] { return !events("connected").empty(); }))
+        << seen().err.toStdString();
+}
+
+std::vector<QJsonObject> Peer::events(const QString& event)
+{
+    std::vector<QJsonObject> found;
+    for (const QString& line : seen().out.split('\n'))
+        if (QJsonDocument::fromJson(line.toUtf8())["event"] == event)
+            found.push_back(QJsonDocument::fromJson(line.toUtf8()).object());
+    return found;
+}
+
+bool send(int port, const QString& app, const QStringList& examples)
+{
+    QStringList arguments{"send"};
+    for (const QString& name : examples)
+        arguments << example(name);
+    const HostRun run = Peer(port, app, arguments).finish();
+    EXPECT_EQ(run.exitCode, 0) << "mgc-peer send failed: " << run.err.toStdString();
+    return run.exitCode == 0;
 }
 
 QString example(const QString& name)
@@ -42,9 +84,30 @@ QString example(const QString& name)
     return QStringLiteral(EXAMPLES_DIR "/") + name;
 }
 
-QJsonObject readJson(const QString& path)
+int connectTo(int port, int receiveBuffer)
 {
-    return QJsonDocument::fromJson(readFile(path)).object();
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (receiveBuffer > 0)
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+        return fd;
+    ::close(fd);
+    return -1;
+}
+
+bool sendAll(int socket, const std::string& bytes)
+{
+    for (std::size_t sent = 0; sent < bytes.size();) {
+        const long count = ::send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (count <= 0)
+            return false;
+        sent += static_cast<std::size_t>(count);
+    }
+    return true;
 }
 
 } // namespace E2E

@@ -5,11 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 QString pluginUnderTest()
 {
     return QStringLiteral(PLUGIN_PATH);
@@ -24,9 +19,10 @@ BridgedHost::BridgedHost(const QStringList& more, bool withWorkspace)
 {
     command("mgcconnect_initialize(0, 0);");
     listedPeers();
-    const std::vector<QJsonObject> listing =
-        seen().records({"call", "function", "mgclink_show_connected_servers"});
-    port = listing.empty() ? 0 : listing.back().value("args").toArray().at(1).toInt();
+    port = seen()
+               .values({"call", "function", "mgclink_show_connected_servers"}, "args")
+               .at(0)[1]
+               .toInt();
     EXPECT_GT(port, 0) << "no port in the connection listing";
 }
 
@@ -42,13 +38,8 @@ QJsonObject BridgedHost::command(const QString& statement)
 QString BridgedHost::listedPeers()
 {
     command("mgcconnect_show_connections();");
-    const QString text = seen()
-                             .records({"eval", "text", "mgclink_show_connected_servers"})
-                             .back()
-                             .value("text")
-                             .toString();
-    const int start = text.indexOf("\"1.0\",") + 6;
-    return text.mid(start, text.size() - start - 2);
+    const QString text = seen().texts({"eval", "text", "mgclink_show_connected_servers"}).last();
+    return text.mid(text.indexOf("\"1.0\",") + 6).chopped(2);
 }
 
 Peer::Peer(int port, const QString& app, const QStringList& arguments)
@@ -82,32 +73,6 @@ bool send(int port, const QString& app, const QStringList& examples)
 QString example(const QString& name)
 {
     return QStringLiteral(EXAMPLES_DIR "/") + name;
-}
-
-int connectTo(int port, int receiveBuffer)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (receiveBuffer > 0)
-        ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
-        return fd;
-    ::close(fd);
-    return -1;
-}
-
-bool sendAll(int socket, const std::string& bytes)
-{
-    for (std::size_t sent = 0; sent < bytes.size();) {
-        const long count = ::send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (count <= 0)
-            return false;
-        sent += static_cast<std::size_t>(count);
-    }
-    return true;
 }
 
 } // namespace E2E

@@ -1,12 +1,10 @@
 #pragma once
 // lumo-host (tests/support/hostrun.h) with the real plug-in and its bridge
-// running, mgc-peer processes and raw peers talking to it, and the files of
-// examples/.
+// running, mgc-peer processes talking to it, and the files of examples/.
 
 #include <QJsonObject>
 #include <QStringList>
 
-#include <string>
 #include <vector>
 
 #include "hostrun.h"
@@ -41,9 +39,5 @@ struct Peer : HostProcess
 // ended well.
 bool send(int port, const QString& app, const QStringList& examples);
 QString example(const QString& name);
-
-// A raw peer: its socket, or -1; what it sends, false once the connection broke.
-int connectTo(int port, int receiveBuffer = 0);
-bool sendAll(int socket, const std::string& bytes);
 
 } // namespace E2E

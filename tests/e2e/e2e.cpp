@@ -1,7 +1,6 @@
 #include "e2e.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -19,10 +18,8 @@ BridgedHost::BridgedHost(const QStringList& more, bool withWorkspace)
 {
     command("mgcconnect_initialize(0, 0);");
     listedPeers();
-    port = seen()
-               .values({"call", "function", "mgclink_show_connected_servers"}, "args")
-               .at(0)[1]
-               .toInt();
+    // mgclink_show_connected_servers("MACHINE",PORT,...
+    port = seen().texts({"eval", "text", "mgclink_show"})[0].section(',', 1, 1).toInt();
     EXPECT_GT(port, 0) << "no port in the connection listing";
 }
 
@@ -47,32 +44,17 @@ Peer::Peer(int port, const QString& app, const QStringList& arguments)
                   MGC_PEER_PATH, false)
 {
     const bool listener = arguments == QStringList{"listen"};
-    EXPECT_TRUE(!listener || waitUntil([&] { return !events("connected").empty(); }))
+    EXPECT_TRUE(!listener || waitUntil([&] { return seen().out.contains("\"connected\""); }))
         << seen().err.toStdString();
-}
-
-std::vector<QJsonObject> Peer::events(const QString& event)
-{
-    std::vector<QJsonObject> found;
-    for (const QString& line : seen().out.split('\n'))
-        if (QJsonDocument::fromJson(line.toUtf8())["event"] == event)
-            found.push_back(QJsonDocument::fromJson(line.toUtf8()).object());
-    return found;
 }
 
 bool send(int port, const QString& app, const QStringList& examples)
 {
-    QStringList arguments{"send"};
-    for (const QString& name : examples)
-        arguments << example(name);
-    const HostRun run = Peer(port, app, arguments).finish();
+    const QStringList files =
+        QStringList(examples).replaceInStrings(QRegularExpression("^"), EXAMPLES_DIR "/");
+    const HostRun run = Peer(port, app, QStringList{"send"} + files).finish();
     EXPECT_EQ(run.exitCode, 0) << "mgc-peer send failed: " << run.err.toStdString();
     return run.exitCode == 0;
-}
-
-QString example(const QString& name)
-{
-    return QStringLiteral(EXAMPLES_DIR "/") + name;
 }
 
 } // namespace E2E

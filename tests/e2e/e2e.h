@@ -1,11 +1,9 @@
 #pragma once
 // lumo-host (tests/support/hostrun.h) with the real plug-in and its bridge
-// running, mgc-peer processes talking to it, and the files of examples/.
+// running, and mgc-peer processes talking to it; EXAMPLES_DIR is examples/.
 
 #include <QJsonObject>
 #include <QStringList>
-
-#include <vector>
 
 #include "hostrun.h"
 
@@ -26,18 +24,15 @@ struct BridgedHost : HostProcess
     int port = 0; // the bridge's, from the connection listing
 };
 
-// mgc-peer --port PORT --app APP ARGUMENTS...; a listener is waited for
-// until the bridge has accepted it.
+// mgc-peer --port PORT --app APP ARGUMENTS..., its JSON lines on standard
+// output; a listener is waited for until the bridge has accepted it.
 struct Peer : HostProcess
 {
     Peer(int port, const QString& app, const QStringList& arguments = {"listen"});
-    // The JSON lines of `event` printed so far.
-    std::vector<QJsonObject> events(const QString& event);
 };
 
-// Sends the example messages from a peer; false (a test failure) unless it
-// ended well.
+// Sends the messages described in examples/ from a peer; false (a test
+// failure) unless it ended well.
 bool send(int port, const QString& app, const QStringList& examples);
-QString example(const QString& name);
 
 } // namespace E2E

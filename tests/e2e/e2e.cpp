@@ -19,7 +19,7 @@ BridgedHost::BridgedHost(const QStringList& more, bool withWorkspace)
     command("mgcconnect_initialize(0, 0);");
     listedPeers();
     // mgclink_show_connected_servers("MACHINE",PORT,...
-    port = seen().texts({"eval", "text", "mgclink_show"})[0].section(',', 1, 1).toInt();
+    port = seen().texts({"eval", "text", "mgclink_show"}).value(0).section(',', 1, 1).toInt();
     EXPECT_GT(port, 0) << "no port in the connection listing";
 }
 
@@ -35,7 +35,8 @@ QJsonObject BridgedHost::command(const QString& statement)
 QString BridgedHost::listedPeers()
 {
     command("mgcconnect_show_connections();");
-    const QString text = seen().texts({"eval", "text", "mgclink_show_connected_servers"}).last();
+    const QString text =
+        seen().texts({"eval", "text", "mgclink_show"}).join('\n').section('\n', -1);
     return text.mid(text.indexOf("\"1.0\",") + 6).chopped(2);
 }
 

@@ -35,9 +35,8 @@ QJsonObject BridgedHost::command(const QString& statement)
 QString BridgedHost::listedPeers()
 {
     command("mgcconnect_show_connections();");
-    const QString text =
-        seen().texts({"eval", "text", "mgclink_show"}).join('\n').section('\n', -1);
-    return text.mid(text.indexOf("\"1.0\",") + 6).chopped(2);
+    const QStringList listings = seen().texts({"eval", "text", "mgclink_show"});
+    return listings.join('\n').section('\n', -1).section("\"1.0\",", 1).chopped(2);
 }
 
 Peer::Peer(int port, const QString& app, const QStringList& arguments)

@@ -3,7 +3,6 @@
 // running, and mgc-peer processes talking to it; EXAMPLES_DIR is examples/.
 
 #include <QJsonObject>
-#include <QStringList>
 
 #include "hostrun.h"
 

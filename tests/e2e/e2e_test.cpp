@@ -180,6 +180,7 @@ TEST(Bridge, PeersAreFoundListedSentWhatTheCommandsSendAndLetGo)
     EXPECT_TRUE(ended.exitCode == 0 && !ended.err.isEmpty()) << ended.err.toStdString();
     EXPECT_EQ(result("mgcconnect_is_connected_to_schematic"), 0);
     EXPECT_EQ(host.listedPeers(), "NULL");
+    EXPECT_EQ(host.finish().exitCode, 0);
 }
 
 // `first`:`second` of each entry of `array`.

@@ -1,7 +1,8 @@
 #include "e2e.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
 
 QString pluginUnderTest()
 {
@@ -10,41 +11,50 @@ QString pluginUnderTest()
 
 namespace E2E {
 
-QStringList hostArguments(const QStringList& more, bool withWorkspace)
+BridgedHost::BridgedHost(const QStringList& more, bool withWorkspace)
+    : HostProcess(QStringList{"--library", "Local_Components_lib", "--library", "rflib"} +
+                  (withWorkspace ? QStringList{"--workspace", "{dir}/workspace"} : QStringList()) +
+                  more + QStringList{"-"})
 {
-    QStringList arguments{"--library", "Local_Components_lib", "--library", "rflib"};
-    if (withWorkspace)
-        arguments << "--workspace"
-                  << "{dir}/workspace";
-    return arguments << more << "-";
+    command("mgcconnect_initialize(0, 0);");
+    listedPeers();
+    // mgclink_show_connected_servers("MACHINE",PORT,...
+    port = seen().texts({"eval", "text", "mgclink_show"}).value(0).section(',', 1, 1).toInt();
+    EXPECT_GT(port, 0) << "no port in the connection listing";
 }
 
-QJsonObject command(HostProcess& host, const QString& statement)
+QJsonObject BridgedHost::command(const QString& statement)
 {
-    const RecordMatch match{"command", "name", statement.section('(', 0, 0).section('=', -1)};
-    const std::size_t before = host.seen().records(match).size();
-    host.write(statement);
-    const std::vector<QJsonObject> found = host.waitFor(match, static_cast<int>(before) + 1);
+    const QString name = statement.section('(', 0, 0);
+    const std::size_t before = seen().records({"command", "name", name}).size();
+    write(statement);
+    const std::vector<QJsonObject> found = waitFor({"command", "name", name}, int(before) + 1);
     return found.size() > before ? found.back() : QJsonObject();
 }
 
-int startBridge(HostProcess& host)
+QString BridgedHost::listedPeers()
 {
-    command(host, "mgcconnect_initialize(0, 0);");
-    command(host, "mgcconnect_show_connections();");
-    const std::vector<QJsonObject> listing =
-        host.seen().records({"call", "function", "mgclink_show_connected_servers"});
-    return listing.empty() ? 0 : listing.back().value("args").toArray().at(1).toInt();
+    command("mgcconnect_show_connections();");
+    const QStringList listings = seen().texts({"eval", "text", "mgclink_show"});
+    return listings.join('\n').section('\n', -1).section("\"1.0\",", 1).chopped(2);
 }
 
-QString example(const QString& name)
+Peer::Peer(int port, const QString& app, const QStringList& arguments)
+    : HostProcess(QStringList{"--port", QString::number(port), "--app", app} + arguments,
+                  MGC_PEER_PATH, false)
 {
-    return QStringLiteral(EXAMPLES_DIR "/") + name;
+    const bool listener = arguments == QStringList{"listen"};
+    EXPECT_TRUE(!listener || waitUntil([&] { return seen().out.contains("\"connected\""); }))
+        << seen().err.toStdString();
 }
 
-QJsonObject readJson(const QString& path)
+bool send(int port, const QString& app, const QStringList& examples)
 {
-    return QJsonDocument::fromJson(readFile(path)).object();
+    const QStringList files =
+        QStringList(examples).replaceInStrings(QRegularExpression("^"), EXAMPLES_DIR "/");
+    const HostRun run = Peer(port, app, QStringList{"send"} + files).finish();
+    EXPECT_EQ(run.exitCode, 0) << "mgc-peer send failed: " << run.err.toStdString();
+    return run.exitCode == 0;
 }
 
 } // namespace E2E

@@ -1,6 +1,7 @@
-// What a faulty or hostile peer may cost the bridge: receive budget, stalls,
-// connections, fault reports and what waits to be sent. Small configured
-// values, real loopback sockets, and an honest peer served meanwhile.
+// What a faulty or hostile peer may cost the bridge (malformed bytes, receive
+// budget, stalls, connections, fault reports and what waits to be sent), and
+// what a peer makes of a faulty bridge. Small configured values, real loopback
+// sockets, and an honest peer served meanwhile.
 
 #include <gtest/gtest.h>
 
@@ -8,14 +9,18 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <optional>
 #include <regex>
-#include <set>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "recordingbridge.h"
@@ -25,29 +30,88 @@
 using namespace RFMsgExp;
 using BridgeTestSupport::errorOf;
 using BridgeTestSupport::frame;
-using BridgeTestSupport::helloPayload;
-using BridgeTestSupport::RawPeer;
 using BridgeTestSupport::sampleMessage;
 using BridgeTestSupport::waitUntil;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-const std::string kHello = frame(1, helloPayload("BAD"));
-
-// Two frames of 200 KiB do not fit the budget together; frames of up to
-// 8 KiB draw on their own reserve.
-Testing::TransportLimits budgetLimits()
+sockaddr_in loopback(int port)
 {
-    Testing::TransportLimits limits;
-    limits.frameLimit = 256u << 10;
-    limits.receiveBudget = 384u << 10;
-    limits.smallFrameLimit = 8u << 10;
-    limits.smallFrameReserve = 64u << 10;
-    limits.stallTimeoutMs = 300;
-    return limits;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
 }
+
+// A bare TCP socket on the loopback interface that sends whatever bytes a
+// test gives it. The socket is made at once, so that it can connect while
+// this process has no descriptor left.
+class RawPeer
+{
+public:
+    explicit RawPeer(int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) : m_fd(fd) {}
+    ~RawPeer() { close(); }
+    RawPeer(const RawPeer&) = delete;
+    RawPeer& operator=(const RawPeer&) = delete;
+
+    bool connect(int port)
+    {
+        const sockaddr_in address = loopback(port);
+        return ::connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    }
+    // Listens on a free port; the port.
+    int listen()
+    {
+        sockaddr_in address = loopback(0);
+        socklen_t size = sizeof address;
+        ::bind(m_fd, reinterpret_cast<sockaddr*>(&address), size);
+        ::listen(m_fd, 4);
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &size);
+        return ntohs(address.sin_port);
+    }
+    int accept() { return ::accept(m_fd, nullptr, nullptr); }
+    // Blocks until the system took every byte, or the connection broke.
+    void send(const std::string& bytes) { ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+    // What came next; nothing once the other end closed.
+    std::string receive()
+    {
+        char buffer[4096];
+        return std::string(buffer, std::max(::recv(m_fd, buffer, sizeof buffer, 0), 0L));
+    }
+    // Everything until the other end closed; nothing when it stayed open for 10 s.
+    std::optional<std::string> receiveAll()
+    {
+        std::string bytes;
+        pollfd entry{m_fd, POLLIN, 0};
+        for (std::string more = "-"; !more.empty(); bytes += more) {
+            if (::poll(&entry, 1, 10000) <= 0)
+                return std::nullopt;
+            more = receive();
+        }
+        return bytes;
+    }
+    // Closes normally (FIN), or with a reset (RST) as a crashed system may.
+    void close(bool reset = false)
+    {
+        const linger abort{1, 0};
+        if (reset)
+            ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+        if (m_fd >= 0)
+            ::close(std::exchange(m_fd, -1));
+    }
+    // "127.0.0.1:40312", as the bridge names this end.
+    std::string address() const
+    {
+        sockaddr_in local{};
+        socklen_t size = sizeof local;
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&local), &size);
+        return "127.0.0.1:" + std::to_string(ntohs(local.sin_port));
+    }
+
+private:
+    int m_fd;
+};
 
 // Uses up every free file descriptor of this process until it goes.
 class DescriptorExhaustion
@@ -74,6 +138,17 @@ private:
     rlimit m_limit{};
     std::vector<int> m_held;
 };
+
+enum class End { Stay, Close, Reset };
+
+// CBOR payloads: a HELLO {"app": "BAD", "protocol": 1}; a message whose
+// 20,000 empty port maps (20 kB) would take 2.5 MB decoded.
+const std::string kHello = frame(1, "\xa2\x63"
+                                    "app\x63"
+                                    "BAD\x68protocol\x01");
+const std::string kAmplifying = "\xa2\x64kind\x18\xd4\x68"
+                                "document\xa1\x67regions\x81\xa1\x65ports\x99\x4e\x20" +
+                                std::string(20000, '\xa0');
 
 } // namespace
 
@@ -107,13 +182,177 @@ protected:
     int port = 0;
 };
 
+namespace {
+
+struct Fault
+{
+    const char* name;
+    // What the faulty peer sends; what OnError says after the peer's name, in part.
+    std::string bytes;
+    std::string error;
+    // Whether the peer had announced itself (and so is named) before it misbehaved.
+    bool announced = true;
+    End end = End::Stay;
+};
+
+const Fault kFaults[] = {
+    {"GarbageBytes", "GET / HTTP/1.1\r\nHost: bridge\r\n\r\n",
+     "sent data that is not a frame of this protocol (it starts with the bytes 47 45 54 20 2f 20 "
+     "48 54)",
+     false},
+    {"LengthPrefixOf4GiB", kHello + std::string("RF\x01\x03\xff\xff\xff\xff", 8) + "abc",
+     "sent a MESSAGE frame of 4294967295 bytes, over the limit of 1073741824 bytes"},
+    {"VanishesMidFrame", kHello + frame(3, std::string(100, 'x')).substr(0, 38),
+     "connection lost in the middle of a frame (38 of 108 bytes of a MESSAGE frame received)", true,
+     End::Close},
+    {"VanishesMidHeader", kHello + "RF\x01",
+     "connection lost in the middle of a frame (3 of the 8 header bytes of a frame received)", true,
+     End::Close},
+    {"StallsMidFrame", kHello + frame(3, std::string(1000, 'x')).substr(0, 508),
+     "stalled in the middle of a frame (508 of 1008 bytes of a MESSAGE frame received; nothing "
+     "more for 300 ms)"},
+    {"HelloOverTheLimit", std::string("RF\x01\x01\x40\x00\x00\x00", 8) + "abc",
+     "sent a HELLO frame of 1073741824 bytes, over the limit of 65536 bytes", false},
+    {"MessageAmplifiedWhenDecoded", kHello + frame(3, kAmplifying),
+     "sent a malformed message: field 'document.regions[0].ports' would make the decoded "
+     "message larger than " +
+         std::to_string(8 * kAmplifying.size() + (1 << 20)) +
+         " bytes (8 times its payload plus 1 MiB)"},
+    {"NeverAnnounces", "", "did not announce itself within 300 ms", false},
+    {"MessageBeforeAnnouncement", frame(3, "\xa1\x64kind\x01"),
+     "sent a message before announcing itself", false},
+    {"AnnouncesTwice", kHello + kHello, "announced itself a second time"},
+    {"MalformedAnnouncement",
+     frame(1, "\xa1\x63"
+              "app\x05"),
+     "sent a malformed announcement: field 'app' must be a string (found an integer)", false},
+    {"OtherProtocolVersion",
+     frame(1, "\xa2\x63"
+              "app\x63"
+              "BAD\x68protocol\x02"),
+     "speaks protocol version 2; this bridge speaks version 1", false},
+    {"OtherFrameFormat", kHello + std::string("RF\x02\x03", 4),
+     "sent a frame of format version 2, which is not supported (this side speaks version 1)"},
+    {"UnknownFrameType", kHello + frame(9, ""), "sent a frame of unknown type 9"},
+    {"SendsAWelcome", kHello + frame(2, ""), "sent a WELCOME frame, which only a bridge sends"},
+    {"ConnectionBeyondTheTotal", kHello, "the bridge serves 1 connections already", false},
+};
+
+} // namespace
+
+class BridgeFaults : public BridgeLimits, public ::testing::WithParamInterface<Fault>
+{
+};
+
+TEST_P(BridgeFaults, FaultyPeerIsClosedToldWhyAndReportedOnceWhileTheOthersGoOn)
+{
+    const Fault& fault = GetParam();
+    Testing::TransportLimits limits;
+    limits.handshakeTimeoutMs = 300;
+    limits.stallTimeoutMs = 300;
+    // Frames of more than a few bytes draw on the budget, which must come back.
+    limits.smallFrameLimit = 16;
+    limits.maxConnections = std::string(fault.name) == "ConnectionBeyondTheTotal" ? 1 : 256;
+    start(limits);
+    RawPeer bad;
+    ASSERT_TRUE(bad.connect(port));
+    const std::string who = (fault.announced ? "peer BAD (2) at " : "peer at ") + bad.address();
+    bad.send(fault.bytes);
+    if (fault.end == End::Close)
+        bad.close();
+
+    ASSERT_TRUE(bridge.waitForErrors(1)) << "no error reported";
+    const std::string error = bridge.errors()[0];
+    EXPECT_EQ(error.rfind(who + ": ", 0), 0u) << error;
+    EXPECT_NE(error.find(fault.error), std::string::npos) << error;
+    EXPECT_EQ(error.substr(error.size() - 19), "; connection closed") << error;
+    // The peer hears why, in a CLOSE frame.
+    EXPECT_TRUE(fault.end != End::Stay ||
+                bad.receiveAll().value_or("").find(fault.error.substr(0, 30)) != std::string::npos);
+    ASSERT_TRUE(bridge.waitForPeerCount(1));
+    expectHonestPeerServed();
+    EXPECT_EQ(bridge.errors().size(), 1u) << "reported more than once";
+    EXPECT_EQ(stats().openConnections, 1);
+    EXPECT_TRUE(waitUntil([&] { return stats().budgetReserved == 0; })) << "budget kept";
+}
+
+INSTANTIATE_TEST_SUITE_P(Peers, BridgeFaults, ::testing::ValuesIn(kFaults),
+                         [](const ::testing::TestParamInfo<Fault>& info) {
+                             return info.param.name;
+                         });
+
+TEST(PeerClientErrors, WhatTheBridgeGetsWrongIsNamed)
+{
+    const std::string welcome = frame(2, "\xa1\x66number\x04");
+    struct Row
+    {
+        const char* name;
+        std::string bytes;
+        End end;
+        std::string error;
+    };
+    const std::vector<Row> rows = {
+        {"stays silent", "", End::Stay, " did not accept the announcement within 300 ms"},
+        {"answers with a message", frame(3, "\xa1\x64kind\x01"), End::Stay,
+         " answered the announcement with a MESSAGE frame"},
+        {"closes mid-frame", welcome + frame(3, std::string(40, 'm')).substr(0, 20), End::Close,
+         " closed the connection in the middle of a frame (20 of 48 bytes of a MESSAGE frame "
+         "received)"},
+        {"resets the connection", welcome, End::Reset, " broke: Connection reset by peer"},
+        {"sends garbage", welcome + "<html>", End::Stay,
+         " sent data that is not a frame of this protocol"},
+        {"greets twice", welcome + welcome, End::Stay, " sent an unexpected WELCOME frame"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        // A bridge played by hand: it reads the announcement, answers with
+        // the row's bytes and ends as the row says.
+        RawPeer listener;
+        const int port = listener.listen();
+        auto bridgeSide = std::async(std::launch::async, [&] {
+            auto bridge = std::make_unique<RawPeer>(listener.accept());
+            bridge->receive();
+            bridge->send(row.bytes);
+            if (row.end != End::Stay)
+                bridge->close(row.end == End::Reset);
+            return bridge;
+        });
+        PeerClient peer;
+        const std::string error = errorOf([&] {
+            peer.connect("127.0.0.1", port, "DXD", 300);
+            EXPECT_EQ(peer.number(), 4);
+            bridgeSide.wait();
+            peer.receive(5000);
+        });
+        EXPECT_NE(error.find("the bridge at 127.0.0.1:" + std::to_string(port) + row.error),
+                  std::string::npos)
+            << error;
+        EXPECT_FALSE(peer.isConnected());
+    }
+}
+
+namespace {
+
+// Two frames of 200 KiB do not fit the budget together; frames of up to
+// 8 KiB draw on their own reserve.
+Testing::TransportLimits budgetLimits()
+{
+    Testing::TransportLimits limits;
+    limits.frameLimit = 256u << 10;
+    limits.receiveBudget = 384u << 10;
+    limits.smallFrameLimit = 8u << 10;
+    limits.smallFrameReserve = 64u << 10;
+    return limits;
+}
+
+} // namespace
+
 TEST_F(BridgeLimits, BigFramesThatDoNotBothFitAreServedInTurnWhileSmallOnesFlow)
 {
-    const Testing::TransportLimits limits = budgetLimits();
     std::promise<void> entered;
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
-    start(limits, [&](IRFMessage& message) {
+    start(budgetLimits(), [&](IRFMessage& message) {
         if (message.GetKind() == 1) {
             entered.set_value();
             released.wait();
@@ -124,104 +363,29 @@ TEST_F(BridgeLimits, BigFramesThatDoNotBothFitAreServedInTurnWhileSmallOnesFlow)
     PeerClient second;
     first.connect("127.0.0.1", port, "BSXE");
     second.connect("127.0.0.1", port, "BSXE");
-    const std::string firstBody(200u << 10, 'a');
     const std::string secondBody(200u << 10, 'b');
 
     // The first big message is held by its delivery; the second frame waits.
-    first.send(sampleMessage(1, firstBody));
+    first.send(sampleMessage(1, std::string(200u << 10, 'a')));
     ASSERT_EQ(entered.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
     auto sending =
         std::async(std::launch::async, [&] { second.send(sampleMessage(2, secondBody)); });
     const bool waited = waitUntil([&] { return stats().waitingForBudget == 1; });
     honest.send(sampleMessage(3, "small"));
     const bool smallReceived = waitUntil([&] { return stats().queued == 1; });
-    const Testing::TransportStats during = stats();
     release.set_value();
     EXPECT_TRUE(waited) << "the second big frame was read into a full budget";
     EXPECT_TRUE(smallReceived) << "a small message waited behind the big frame";
-    EXPECT_EQ(during.waitingForBudget, 1);
 
     ASSERT_TRUE(bridge.waitForMessages(3));
     sending.get();
-    const std::vector<MessageContent> messages = bridge.messages();
-    EXPECT_EQ(messages[0].kind, 1);
-    EXPECT_EQ(messages[1].text, "small");
-    EXPECT_TRUE(messages[2].text == secondBody) << "the waiting frame arrived damaged";
-    EXPECT_LE(stats().budgetHighWater, limits.receiveBudget);
-    EXPECT_GE(stats().budgetHighWater, firstBody.size());
+    EXPECT_EQ(bridge.messages()[1].text, "small");
+    EXPECT_TRUE(bridge.messages()[2].text == secondBody) << "the waiting frame arrived damaged";
+    EXPECT_LE(stats().budgetHighWater, budgetLimits().receiveBudget);
+    EXPECT_GE(stats().budgetHighWater, 200u << 10);
     EXPECT_TRUE(waitUntil([&] { return stats().budgetReserved == 0; }))
         << "delivered messages still hold the budget";
     EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
-}
-
-TEST_F(BridgeLimits, PeersStallingMidFrameHoldAtMostTheBudgetAndAreDroppedGivingItBack)
-{
-    const Testing::TransportLimits limits = budgetLimits();
-    constexpr std::size_t kFrame = 250u << 10;
-    const std::string half = frame(3, std::string(kFrame, 'x')).substr(0, kFrame / 2);
-    start(limits);
-    std::vector<std::unique_ptr<RawPeer>> stalling;
-    std::vector<std::future<void>> sending;
-    for (int i = 0; i < 4; ++i) {
-        stalling.push_back(std::make_unique<RawPeer>(port));
-        stalling.back()->send(frame(1, helloPayload("STALL")));
-        sending.push_back(std::async(std::launch::async,
-                                     [peer = stalling.back().get(), &half] { peer->send(half); }));
-    }
-    expectHonestPeerServed();
-
-    ASSERT_TRUE(bridge.waitForErrors(4, 20000));
-    for (const std::string& error : bridge.errors()) {
-        EXPECT_NE(error.find("stalled in the middle of a frame (" + std::to_string(kFrame / 2) +
-                             " of " + std::to_string(kFrame + 8) +
-                             " bytes of a MESSAGE frame received; nothing more for 300 ms)"),
-                  std::string::npos)
-            << error;
-    }
-    EXPECT_LE(stats().budgetHighWater, limits.receiveBudget);
-    EXPECT_TRUE(waitUntil([&] { return stats().budgetReserved == 0; }))
-        << "dropped peers still hold the budget";
-    const std::string body(200u << 10, 'h');
-    honest.send(sampleMessage(212, body));
-    ASSERT_TRUE(bridge.waitForMessages(2));
-    EXPECT_TRUE(bridge.messages()[1].text == body);
-}
-
-TEST_F(BridgeLimits, SixtyFourPeersAnnouncingAtOnceThroughASmallBudgetAreAllServed)
-{
-    constexpr int kPeers = 64;
-    // Every frame through a budget that holds only a few at once: frames wait
-    // for each other and are all started in the end.
-    Testing::TransportLimits limits;
-    limits.smallFrameLimit = 0;
-    limits.receiveBudget = 256;
-    start(limits);
-    std::vector<PeerClient> peers(kPeers);
-    std::vector<std::thread> threads;
-    for (int p = 0; p < kPeers; ++p) {
-        threads.emplace_back([&, p] {
-            EXPECT_EQ(errorOf([&] {
-                          peers[p].connect("127.0.0.1", port, "peer" + std::to_string(p));
-                          peers[p].send(sampleMessage(212, std::to_string(p)));
-                      }),
-                      "");
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    ASSERT_TRUE(bridge.waitForMessages(kPeers));
-    std::set<int> numbers;
-    for (const auto& [app, number] : bridge.connected())
-        numbers.insert(number);
-    EXPECT_EQ(numbers.size(), std::size_t(kPeers + 1)) << "a number given twice, or not listed";
-    EXPECT_EQ(*numbers.rbegin(), kPeers + 1);
-    msg_auto_ptr<IRFMessage> toAll = Testing::makeMessage(sampleMessage(224, "to all"));
-    bridge.OnSend(toAll.get(), "");
-    for (PeerClient& peer : peers) {
-        const std::optional<MessageContent> received = peer.receive(10000);
-        ASSERT_TRUE(received && received->text == "to all");
-    }
-    expectHonestPeerServed();
 }
 
 TEST_F(BridgeLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilentPeerMakesRoom)
@@ -236,24 +400,23 @@ TEST_F(BridgeLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilentPeerMakes
     RawPeer silent, announcing, third, fourth, fifth;
     {
         DescriptorExhaustion exhaustion;
-        const Clock::time_point failingSince = Clock::now();
+        const auto failingSince = std::chrono::steady_clock::now();
         ASSERT_TRUE(silent.connect(port));
         ASSERT_TRUE(bridge.waitForErrors(1));
         ASSERT_TRUE(announcing.connect(port));
         announcing.send(kHello);
-        ASSERT_TRUE(third.connect(port));
-        ASSERT_TRUE(fourth.connect(port));
-        ASSERT_TRUE(fifth.connect(port));
+        for (RawPeer* peer : {&third, &fourth, &fifth})
+            ASSERT_TRUE(peer->connect(port));
         expectHonestPeerServed();
         ASSERT_TRUE(waitUntil([&] { return stats().failedAccepts >= 3; }));
         // Each failure is followed by a pause, so the failures are no more
         // frequent than that, however slowly this runs.
         const long failures = stats().failedAccepts;
-        const auto elapsed = Clock::now() - failingSince;
+        const auto elapsed = std::chrono::steady_clock::now() - failingSince;
         EXPECT_LE(failures - 1, elapsed / std::chrono::milliseconds(limits.acceptPauseMs));
-        ASSERT_EQ(bridge.errors().size(), 1u);
-        EXPECT_EQ(bridge.errors()[0], "the bridge cannot accept a connection on port " +
-                                          std::to_string(port) + ": Too many open files");
+        EXPECT_EQ(bridge.errors(),
+                  std::vector<std::string>{"the bridge cannot accept a connection on port " +
+                                           std::to_string(port) + ": Too many open files"});
         // A bridge made now has no descriptor for waking its threads.
         RecordingBridge starved;
         int any = 0;
@@ -268,31 +431,9 @@ TEST_F(BridgeLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilentPeerMakes
     const std::string evicted = ": closed to make room for newer connections; connection closed";
     EXPECT_EQ(bridge.errors()[1], "peer at " + silent.address() + evicted);
     EXPECT_EQ(bridge.errors()[2], "peer at " + third.address() + evicted);
-    EXPECT_EQ(silent.closeReasons(),
-              std::vector<std::string>{"closed to make room for newer connections"});
     EXPECT_TRUE(waitUntil([&] { return stats().openConnections == 4; }));
     expectHonestPeerServed();
     EXPECT_EQ(bridge.errors().size(), 3u);
-}
-
-TEST_F(BridgeLimits, ConnectionBeyondTheTotalIsRefusedWithTheReason)
-{
-    Testing::TransportLimits limits;
-    limits.maxConnections = 3;
-    start(limits);
-    RawPeer first(port), second(port);
-    ASSERT_TRUE(waitUntil([&] { return stats().openConnections == 3; }));
-    RawPeer refused(port);
-    refused.send(kHello);
-
-    EXPECT_EQ(refused.closeReasons(),
-              std::vector<std::string>{"the bridge serves 3 connections already"});
-    ASSERT_TRUE(bridge.waitForErrors(1));
-    EXPECT_EQ(bridge.errors()[0], "peer at " + refused.address() +
-                                      ": the bridge serves 3 connections already; "
-                                      "connection closed");
-    EXPECT_EQ(stats().openConnections, 3);
-    expectHonestPeerServed();
 }
 
 TEST_F(BridgeLimits, ReportsBeyondTheRateAreSummedUpByReasonEachSecond)
@@ -305,50 +446,40 @@ TEST_F(BridgeLimits, ReportsBeyondTheRateAreSummedUpByReasonEachSecond)
     constexpr int kFaults = 12;
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < kFaults; ++i) {
-        peers.push_back(std::make_unique<RawPeer>(port));
-        ASSERT_TRUE(peers.back()->connected());
-        peers.back()->send(std::string("XXXXXXX") + char('a' + i % 4));
+        peers.push_back(std::make_unique<RawPeer>());
+        ASSERT_TRUE(peers.back()->connect(port));
+        peers.back()->send("XXXXXXX" + std::string(1, 'a' + i % 4));
     }
-    expectHonestPeerServed();
-    const std::regex verbatim("peer at 127\\.0\\.0\\.1:\\d+: sent data that is not a frame of "
-                              "this protocol \\(it starts with the bytes (58 ){7}6[1-4]\\); "
-                              "connection closed");
-    const std::regex summary("\xe2\x80\xa6 and (\\d+) more (connections? closed: sent data that is "
-                             "not a frame of this protocol \\(it starts with the bytes (58 ){7}"
-                             "6[1-4]\\)|reports of other faults)");
+    const std::string garbage = "sent data that is not a frame of this protocol \\(it starts with "
+                                "the bytes (?:58 ){7}6[1-4]\\)";
+    const std::regex verbatim("peer at 127\\.0\\.0\\.1:\\d+: " + garbage + "; connection closed");
+    const std::regex summary(
+        "\xe2\x80\xa6 and (1 more connection|([2-9]|\\d\\d+) more connections) "
+        "closed: " +
+        garbage + "|\xe2\x80\xa6 and (\\d+) more reports of other faults");
     int accounted = 0;
+    int summaries = 0;
+    int reportedBeforeSummary = 0;
     ASSERT_TRUE(waitUntil(
         [&] {
-            accounted = 0;
+            accounted = summaries = reportedBeforeSummary = 0;
             for (const std::string& error : bridge.errors()) {
                 std::smatch match;
-                accounted += std::regex_match(error, match, summary) ? std::stoi(match[1]) : 1;
+                const bool summed = std::regex_match(error, match, summary);
+                EXPECT_TRUE(summed || std::regex_match(error, verbatim)) << error;
+                accounted += summed ? std::stoi(match[match[1].matched ? 1 : 3]) : 1;
+                summaries += summed;
+                reportedBeforeSummary += summaries == 0;
             }
             return accounted >= kFaults;
         },
         20000));
     EXPECT_EQ(accounted, kFaults);
-
-    int reportedBeforeSummary = 0;
-    int summaries = 0;
-    for (const std::string& error : bridge.errors()) {
-        std::smatch match;
-        if (std::regex_match(error, match, summary)) {
-            ++summaries;
-            if (match[2].str().rfind("conn", 0) == 0) {
-                EXPECT_EQ(match[2].str().rfind(match[1] == "1" ? "connection " : "connections ", 0),
-                          0u)
-                    << error;
-            }
-        } else {
-            EXPECT_TRUE(std::regex_match(error, verbatim)) << error;
-            reportedBeforeSummary += summaries == 0 ? 1 : 0;
-        }
-    }
     EXPECT_EQ(reportedBeforeSummary, limits.reportsPerSecond);
-    EXPECT_GE(summaries, 1);
     // Four reasons, but no more summaries than reports: the last takes the rest.
+    EXPECT_GE(summaries, 1);
     EXPECT_LE(summaries, limits.reportsPerSecond);
+    expectHonestPeerServed();
 }
 
 namespace {
@@ -361,27 +492,20 @@ struct SendQueueCase
     int softTimeoutMs;
     std::size_t messageSize;
     int messages;
-    bool peerReads;
-    // The fault reported, as a pattern; empty: none.
+    // The fault reported, as a pattern; empty: none, and the peer reads.
     std::string fault;
 };
-
-void PrintTo(const SendQueueCase& row, std::ostream* out)
-{
-    *out << row.name;
-}
 
 // What the system buffers on loopback (at most about 4 MB here) is well
 // below what each row sends.
 const SendQueueCase kSendQueueCases[] = {
-    {"HardLimitClosesAtOnce", 512u << 10, 512u << 10, 600000, 64u << 10, 300, false,
+    {"HardLimitClosesAtOnce", 512u << 10, 512u << 10, 600000, 64u << 10, 300,
      "does not read what the bridge sends \\(0\\.6 MB waiting\\)"},
-    {"SoftLimitClosesOnceExceededForItsTime", 64u << 20, 256u << 10, 200, 64u << 10, 160, false,
-     "does not read what the bridge sends \\((\\d+)\\.\\d MB waiting\\)"},
+    {"SoftLimitClosesOnceExceededForItsTime", 64u << 20, 256u << 10, 200, 64u << 10, 160,
+     "does not read what the bridge sends \\((0\\.[3-9]|[1-9]\\d*\\.\\d) MB waiting\\)"},
     {"PeerThatReadsStaysOverTheSoftLimitForLessThanItsTime", 64u << 20, 256u << 10, 600000,
-     64u << 10, 160, true, ""},
-    {"SingleMessageOverTheHardLimitMayWait", 256u << 10, 256u << 10, 600000, 12u << 20, 1, true,
-     ""},
+     64u << 10, 160, ""},
+    {"SingleMessageOverTheHardLimitMayWait", 256u << 10, 256u << 10, 600000, 12u << 20, 1, ""},
 };
 
 } // namespace
@@ -400,33 +524,24 @@ TEST_P(BridgeSendQueue, PeerThatLeavesTooMuchUnreadIsClosedWhileSendingReturnsAt
     start(limits);
     PeerClient peer;
     peer.connect("127.0.0.1", port, "BSXE");
-    const std::string body(row.messageSize, 'd');
     // Never waits for the peer, whether it reads or not.
     for (int i = 0; i < row.messages; ++i) {
-        msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(213, body));
+        msg_auto_ptr<IRFMessage> message =
+            Testing::makeMessage(sampleMessage(213, std::string(row.messageSize, 'd')));
         bridge.OnSend(message.get(), "BSXE");
     }
-    if (row.peerReads) {
-        for (int i = 0; i < row.messages; ++i) {
-            const std::optional<MessageContent> received = peer.receive(30000);
-            ASSERT_TRUE(received && received->text.size() == row.messageSize) << i;
-        }
-        EXPECT_EQ(bridge.connected(), (Peers{{"DXD", 1}, {"BSXE", 2}}));
-    } else {
+    for (int i = 0; row.fault.empty() && i < row.messages; ++i)
+        ASSERT_EQ(peer.receive(30000).value_or(MessageContent()).text.size(), row.messageSize);
+    if (!row.fault.empty()) {
         ASSERT_TRUE(bridge.waitForErrors(1, 20000));
-        const std::string error = bridge.errors()[0];
-        EXPECT_TRUE(std::regex_match(
-            error, std::regex("peer BSXE \\(2\\) at 127\\.0\\.0\\.1:\\d+: " + row.fault +
-                              "; connection closed")))
-            << error;
-        std::smatch megabytes;
-        if (std::regex_search(error, megabytes, std::regex("\\((\\d+\\.\\d) MB"))) {
-            EXPECT_GT(std::stod(megabytes[1]) * (1 << 20), static_cast<double>(row.softLimit));
-        }
-        ASSERT_TRUE(bridge.waitForPeerCount(1));
+        EXPECT_TRUE(std::regex_match(bridge.errors()[0],
+                                     std::regex("peer BSXE \\(2\\) at 127\\.0\\.0\\.1:\\d+: " +
+                                                row.fault + "; connection closed")))
+            << bridge.errors()[0];
     }
+    ASSERT_TRUE(bridge.waitForPeerCount(row.fault.empty() ? 2 : 1));
     expectHonestPeerServed();
-    EXPECT_EQ(bridge.errors().size(), row.peerReads ? 0u : 1u);
+    EXPECT_EQ(bridge.errors().size(), row.fault.empty() ? 0u : 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Peers, BridgeSendQueue, ::testing::ValuesIn(kSendQueueCases),

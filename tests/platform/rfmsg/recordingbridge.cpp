@@ -79,24 +79,22 @@ namespace BridgeTestSupport {
 bool waitUntil(const std::function<bool()>& condition, int timeoutMs)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!condition()) {
+    for (; !condition(); std::this_thread::sleep_for(std::chrono::milliseconds(2)))
         if (std::chrono::steady_clock::now() >= deadline)
             return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
     return true;
 }
 
 std::string errorOf(const std::function<void()>& action)
 {
+    std::string text;
     try {
         action();
     } catch (IXException* error) {
-        std::string text = error->GetInfo().str();
+        text = error->GetInfo().str();
         error->Destroy();
-        return text;
     }
-    return {};
+    return text;
 }
 
 std::string frame(unsigned char type, const std::string& payload)
@@ -114,14 +112,13 @@ MessageContent sampleMessage(int kind, const std::string& text, bool withDocumen
     content.kind = kind;
     content.text = text;
     content.properties = {{"RFDESIGN", "amp_top"}};
-    if (withDocument) {
-        RegionContent region{"lna", "( P1 P2 )", "", {{"P1", 1, 0, "P1", "input", 50.0, 0.0, 1.5}}};
-        content.document = DocumentContent{"amp_top",
-                                           "amp_top.sch",
-                                           "C:\\designs\\amp",
-                                           {region},
-                                           {{0, 0, "internal"}, {1, 1, "external"}}};
-    }
+    if (withDocument)
+        content.document = DocumentContent{
+            "amp_top",
+            "amp_top.sch",
+            "C:\\designs\\amp",
+            {{"lna", "( P1 P2 )", "", {{"P1", 1, 0, "P1", "input", 50.0, 0.0, 1.5}}}},
+            {{0, 0, "internal"}, {1, 1, "external"}}};
     return content;
 }
 

@@ -38,24 +38,12 @@ void RecordingBridge::OnError(const IXException& error)
 
 bool RecordingBridge::waitForMessages(std::size_t count, int timeoutMs)
 {
-    return BridgeTestSupport::waitUntil([&] { return recorded(m_messages) >= count; }, timeoutMs);
+    return BridgeTestSupport::waitUntil([&] { return messages().size() >= count; }, timeoutMs);
 }
 
 bool RecordingBridge::waitForErrors(std::size_t count, int timeoutMs)
 {
-    return BridgeTestSupport::waitUntil([&] { return recorded(m_errors) >= count; }, timeoutMs);
-}
-
-std::vector<MessageContent> RecordingBridge::messages()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_messages;
-}
-
-std::vector<std::string> RecordingBridge::errors()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_errors;
+    return BridgeTestSupport::waitUntil([&] { return errors().size() >= count; }, timeoutMs);
 }
 
 Peers RecordingBridge::connected()

@@ -34,18 +34,19 @@ public:
 
     bool waitForMessages(std::size_t count, int timeoutMs = 10000);
     bool waitForErrors(std::size_t count, int timeoutMs = 10000);
-    std::vector<RFMsgExp::MessageContent> messages();
-    std::vector<std::string> errors();
+    std::vector<RFMsgExp::MessageContent> messages() { return locked(m_messages); }
+    std::vector<std::string> errors() { return locked(m_errors); }
 
     // GetConnected() read through the library's user set, every object released.
     Peers connected();
     bool waitForPeerCount(std::size_t count, int timeoutMs = 10000);
 
 private:
-    template <typename Record> std::size_t recorded(const std::vector<Record>& records)
+    // A copy, taken while no delivery adds to it.
+    template <typename Record> std::vector<Record> locked(const std::vector<Record>& records)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        return records.size();
+        return records;
     }
 
     std::mutex m_mutex;

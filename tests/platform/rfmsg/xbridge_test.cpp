@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <future>
@@ -15,7 +14,6 @@
 #include <optional>
 #include <regex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -59,8 +57,6 @@ class RawPeer
 public:
     explicit RawPeer(int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) : m_fd(fd) {}
     ~RawPeer() { close(); }
-    RawPeer(const RawPeer&) = delete;
-    RawPeer& operator=(const RawPeer&) = delete;
 
     bool connect(int port)
     {
@@ -204,12 +200,8 @@ protected:
         honest.send(sampleMessage(212, "still served"));
         ASSERT_TRUE(bridge.waitForMessages(before + 1, 20000));
         EXPECT_EQ(bridge.messages().back().text, "still served");
-        msg_auto_ptr<IRFMessage> back = Testing::makeMessage(sampleMessage(224, "to DXD"));
-        bridge.OnSend(back.get(), "DXD");
-        std::optional<MessageContent> received = honest.receive(20000);
-        while (received && received->text != "to DXD")
-            received = honest.receive(20000);
-        EXPECT_TRUE(received.has_value());
+        sendFromBridge(bridge, "to DXD", "DXD");
+        EXPECT_EQ(nextText(honest, 20000), "to DXD");
     }
     Testing::TransportStats stats() { return Testing::transportStats(bridge); }
 
@@ -224,17 +216,15 @@ class BridgeLimits : public XBridgeNetwork
 
 TEST_F(XBridgeNetwork, PeersAreNumberedListedAndSentToByApplicationNameUntilTheyLeave)
 {
-    const int port = bridge.start({}, [](IRFMessage& message) {
+    start({}, [](IRFMessage& message) {
         if (message.GetText().str() == "throw")
             throw IXException::Create("handler failed");
         return Testing::makeMessage(sampleMessage(20, "re: " + message.GetText().str()));
     });
-    EXPECT_EQ(bridge.GetPort(), port);
-    auto dxd = connectPeer(port, "DXD");
     auto bsxe = connectPeer(port, "BSXE");
     auto other = connectPeer(port, "dxd");
-    EXPECT_EQ(dxd->libraryVersion(), bridge.GetVersion().str());
-    EXPECT_EQ(dxd->machineName(), bridge.GetMachineName().str());
+    EXPECT_EQ(honest.libraryVersion(), bridge.GetVersion().str());
+    EXPECT_EQ(honest.machineName(), bridge.GetMachineName().str());
     EXPECT_EQ(bridge.connected(), (Peers{{"DXD", 1}, {"BSXE", 2}, {"dxd", 3}}));
 
     // To all, to the named application whatever its case, to nobody; replies
@@ -247,8 +237,8 @@ TEST_F(XBridgeNetwork, PeersAreNumberedListedAndSentToByApplicationNameUntilThey
     EXPECT_EQ(nextText(*bsxe), "all");
     EXPECT_EQ(nextText(*bsxe), "layout");
     EXPECT_EQ(nextText(*bsxe), "re: from BSXE") << "delivery did not go on after an exception";
-    EXPECT_EQ(nextText(*dxd), "all");
-    EXPECT_EQ(nextText(*dxd, 50), "(nothing)") << "DXD got what was meant for BSXE";
+    EXPECT_EQ(nextText(honest), "all");
+    EXPECT_EQ(nextText(honest, 50), "(nothing)") << "DXD got what was meant for BSXE";
     EXPECT_EQ(bridge.errors(),
               std::vector<std::string>{"OnReceive let an exception escape: handler failed"});
 
@@ -263,7 +253,7 @@ TEST_F(XBridgeNetwork, PeersAreNumberedListedAndSentToByApplicationNameUntilThey
         EXPECT_EQ(second.GetPort(), 0);
     }
 
-    dxd->close();
+    honest.close();
     ASSERT_TRUE(bridge.waitForPeerCount(2));
     EXPECT_EQ(bridge.connected(), (Peers{{"BSXE", 2}, {"dxd", 3}}));
     EXPECT_EQ(connectPeer(port, "DXD")->number(), 4) << "numbers are not reused";
@@ -299,27 +289,6 @@ TEST_F(XBridgeNetwork, OnlyBitZeroOpensOtherInterfaces)
     }
 }
 
-TEST_F(XBridgeNetwork, MessagesSentWhilePeersConnectNeverComeBeforeTheirWelcome)
-{
-    const int port = bridge.start();
-    std::atomic<bool> connecting{true};
-    std::thread sender([&] {
-        while (connecting)
-            sendFromBridge(bridge, "all", "");
-    });
-    for (int i = 1; i <= 200; ++i) {
-        PeerClient peer;
-        EXPECT_EQ(errorOf([&] {
-                      peer.connect("127.0.0.1", port, "DXD");
-                      EXPECT_EQ(peer.number(), i);
-                      peer.finish();
-                  }),
-                  "");
-    }
-    connecting = false;
-    sender.join();
-}
-
 TEST_F(XBridgeNetwork,
        WhileADeliveryWaitsAFullQueueStopsReadingTheRestIsServedAndDisconnectDoesNotWait)
 {
@@ -330,21 +299,19 @@ TEST_F(XBridgeNetwork,
     std::shared_future<void> done = mainThreadDone.get_future().share();
     Testing::TransportLimits limits;
     limits.queuedMessages = 4;
-    const int port = bridge.start(limits, [&](IRFMessage& message) {
+    start(limits, [&](IRFMessage& message) {
         if (message.GetText().str() == "0") {
             entered.set_value();
             done.wait();
         }
         return Testing::makeMessage(sampleMessage(20, "reply"));
     });
-    auto dxd = connectPeer(port, "DXD");
     auto bsxe = connectPeer(port, "BSXE");
     for (int i = 0; i < 200; ++i)
-        dxd->send(sampleMessage(212, std::to_string(i)));
+        honest.send(sampleMessage(212, std::to_string(i)));
     ASSERT_EQ(entered.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    EXPECT_TRUE(BridgeTestSupport::waitUntil([&] {
-        return Testing::transportStats(bridge).pausedConnections == 1;
-    })) << "the bridge kept reading into a full queue";
+    EXPECT_TRUE(waitUntil([&] { return stats().pausedConnections == 1; }))
+        << "the bridge kept reading into a full queue";
 
     auto mainThread = std::async(std::launch::async, [&] {
         sendFromBridge(bridge, "while busy", "BSXE");
@@ -362,38 +329,25 @@ TEST_F(XBridgeNetwork,
     const std::vector<MessageContent> messages = bridge.messages();
     for (std::size_t i = 0; i < messages.size(); ++i)
         ASSERT_EQ(messages[i].text, std::to_string(i)) << "delivered out of order";
-    EXPECT_LE(Testing::transportStats(bridge).queuedHighWater, limits.queuedMessages);
-}
-
-TEST(MessageText, IsLentWithoutACopyAndWhatWasLentNeverChanges)
-{
-    msg_auto_ptr<IRFMessage> message = Testing::makeMessage(sampleMessage(222, "body"));
-    const msgString lent = message->GetText();
-    EXPECT_EQ(message->GetText().c_str(), lent.c_str()) << "the text was copied";
-    message->SetText("new");
-    EXPECT_EQ(lent.str(), "body");
-    EXPECT_EQ(Testing::contentOf(*message).text, "new");
-    message.reset();
-    EXPECT_EQ(lent.str(), "body") << "outlives its message";
+    EXPECT_LE(stats().queuedHighWater, limits.queuedMessages);
 }
 
 TEST_F(XBridgeNetwork, PeerClientErrorsNameTheBridgeAndWhatItSaidOrWhatWentWrong)
 {
     Testing::TransportLimits limits;
     limits.frameLimit = 1024;
-    const int port = bridge.start(limits);
+    start(limits);
     const std::string bridgeAt = "the bridge at 127.0.0.1:" + std::to_string(port);
     PeerClient refused;
     EXPECT_EQ(errorOf([&] { refused.connect("127.0.0.1", port, std::string(300, 'A')); }),
               bridgeAt + " refused the connection: this peer sent a malformed announcement: the "
                          "announced application name is longer than 256 bytes");
     // A message over the bridge's limit is refused before it is sent.
-    auto peer = connectPeer(port, "DXD");
     const std::string tooLarge =
-        errorOf([&] { peer->send(sampleMessage(222, std::string(2000, 'i'))); });
+        errorOf([&] { honest.send(sampleMessage(222, std::string(2000, 'i'))); });
     EXPECT_NE(tooLarge.find("it takes frames of at most 1024 bytes"), std::string::npos)
         << tooLarge;
-    peer->send(sampleMessage(222, "small"));
+    honest.send(sampleMessage(222, "small"));
     ASSERT_TRUE(bridge.waitForMessages(1));
     EXPECT_EQ(bridge.messages()[0].text, "small");
 
@@ -401,7 +355,6 @@ TEST_F(XBridgeNetwork, PeerClientErrorsNameTheBridgeAndWhatItSaidOrWhatWentWrong
     PeerClient late;
     EXPECT_EQ(errorOf([&] { late.connect("127.0.0.1", port, "DXD", 2000); }),
               "cannot connect to " + bridgeAt + ": Connection refused");
-    EXPECT_FALSE(late.isConnected());
     EXPECT_EQ(errorOf([&] { late.send(MessageContent()); }),
               "cannot send: not connected to a bridge");
 }
@@ -423,8 +376,7 @@ TEST_F(XBridgeNetwork, PeerClientCloseFromAnotherThreadEndsAWaitingReceiveAndFre
         EXPECT_NE(waiting.get().find("is closed"), std::string::npos);
     }
     ASSERT_TRUE(bridge.waitForPeerCount(0));
-    EXPECT_TRUE(BridgeTestSupport::waitUntil([&] { return openFiles() == filesBefore; }))
-        << "a socket was not closed";
+    EXPECT_TRUE(waitUntil([&] { return openFiles() == filesBefore; })) << "a socket was not closed";
 }
 
 namespace {
@@ -515,7 +467,6 @@ TEST_P(BridgeFaults, FaultyPeerIsClosedToldWhyAndReportedOnceWhileTheOthersGoOn)
     ASSERT_TRUE(bridge.waitForPeerCount(1));
     expectHonestPeerServed();
     EXPECT_EQ(bridge.errors().size(), 1u) << "reported more than once";
-    EXPECT_EQ(stats().openConnections, 1);
     EXPECT_TRUE(waitUntil([&] { return stats().budgetReserved == 0; })) << "budget kept";
 }
 
@@ -574,28 +525,19 @@ TEST(PeerClientErrors, WhatTheBridgeGetsWrongIsNamed)
     }
 }
 
-namespace {
-
-// Two frames of 200 KiB do not fit the budget together; frames of up to
-// 8 KiB draw on their own reserve.
-Testing::TransportLimits budgetLimits()
-{
-    Testing::TransportLimits limits;
-    limits.frameLimit = 256u << 10;
-    limits.receiveBudget = 384u << 10;
-    limits.smallFrameLimit = 8u << 10;
-    limits.smallFrameReserve = 64u << 10;
-    return limits;
-}
-
-} // namespace
-
 TEST_F(BridgeLimits, BigFramesThatDoNotBothFitAreServedInTurnWhileSmallOnesFlow)
 {
     std::promise<void> entered;
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
-    start(budgetLimits(), [&](IRFMessage& message) {
+    // Two frames of 200 KiB do not fit the budget together; frames of up to
+    // 8 KiB draw on their own reserve.
+    Testing::TransportLimits limits;
+    limits.frameLimit = 256u << 10;
+    limits.receiveBudget = 384u << 10;
+    limits.smallFrameLimit = 8u << 10;
+    limits.smallFrameReserve = 64u << 10;
+    start(limits, [&](IRFMessage& message) {
         if (message.GetKind() == 1) {
             entered.set_value();
             released.wait();
@@ -624,7 +566,7 @@ TEST_F(BridgeLimits, BigFramesThatDoNotBothFitAreServedInTurnWhileSmallOnesFlow)
     sending.get();
     EXPECT_EQ(bridge.messages()[1].text, "small");
     EXPECT_TRUE(bridge.messages()[2].text == secondBody) << "the waiting frame arrived damaged";
-    EXPECT_LE(stats().budgetHighWater, budgetLimits().receiveBudget);
+    EXPECT_LE(stats().budgetHighWater, limits.receiveBudget);
     EXPECT_GE(stats().budgetHighWater, 200u << 10);
     EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
 }
@@ -673,50 +615,6 @@ TEST_F(BridgeLimits, FailingAcceptRestsIsReportedOnceAndTheOldestSilentPeerMakes
     EXPECT_EQ(bridge.errors()[1], "peer at " + silent.address() + evicted);
     EXPECT_EQ(bridge.errors()[2], "peer at " + third.address() + evicted);
     EXPECT_TRUE(waitUntil([&] { return stats().openConnections == 4; }));
-}
-
-TEST_F(BridgeLimits, ReportsBeyondTheRateAreSummedUpByReasonEachSecond)
-{
-    Testing::TransportLimits limits;
-    limits.reportsPerSecond = 3;
-    start(limits);
-    // Twelve faults of four kinds (the bytes a peer starts with are part of
-    // the reason); the bridge reports three of them and sums up the rest,
-    // with no more summaries than reports: the last takes the rest.
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    for (int i = 0; i < 12; ++i) {
-        peers.push_back(std::make_unique<RawPeer>());
-        ASSERT_TRUE(peers.back()->connect(port));
-        peers.back()->send("XXXXXXX" + std::string(1, 'a' + i % 4));
-    }
-    const std::regex summary(
-        "\xe2\x80\xa6 and (1 more connection|([2-9]|\\d\\d+) more connections) "
-        "closed: sent data that is not a frame of this protocol \\(it starts "
-        "with the bytes (?:58 ){7}6[1-4]\\)|\xe2\x80\xa6 and (\\d+) more "
-        "reports of other faults");
-    std::vector<std::string> errors;
-    int accounted = 0;
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            errors = bridge.errors();
-            accounted = 0;
-            for (const std::string& error : errors) {
-                std::smatch match;
-                const bool summed = std::regex_match(error, match, summary);
-                accounted += summed ? std::stoi(match[match[1].matched ? 1 : 3]) : 1;
-            }
-            return accounted >= 12;
-        },
-        20000));
-    EXPECT_EQ(accounted, 12);
-    ASSERT_GE(errors.size(), 4u);
-    int summaries = 0;
-    for (std::size_t i = 0; i < errors.size(); ++i) {
-        summaries += std::regex_match(errors[i], summary);
-        EXPECT_EQ(summaries > 0, i >= 3) << errors[i];
-    }
-    EXPECT_LE(summaries, limits.reportsPerSecond);
-    expectHonestPeerServed();
 }
 
 namespace {
@@ -785,32 +683,3 @@ INSTANTIATE_TEST_SUITE_P(Peers, BridgeSendQueue, ::testing::ValuesIn(kSendQueueC
                          [](const ::testing::TestParamInfo<SendQueueCase>& info) {
                              return info.param.name;
                          });
-
-TEST_F(BridgeLimits, PeerClientReadsWhileSendingALongBatchAndIsNotClosed)
-{
-    Testing::TransportLimits limits;
-    // Small limits, yet above what a burst of replies to the messages read
-    // at once may queue.
-    limits.queuedMessages = 4;
-    limits.sendQueueHardLimit = 2u << 20;
-    limits.sendQueueSoftLimit = 1u << 20;
-    limits.sendQueueSoftTimeoutMs = 100;
-    // Every message is answered with as much again.
-    start(limits, [](IRFMessage& message) {
-        return Testing::makeMessage(sampleMessage(20, message.GetText().str()));
-    });
-    constexpr int kBatch = 400;
-    PeerClient sender;
-    sender.connect("127.0.0.1", port, "BSXE");
-    ASSERT_EQ(errorOf([&] {
-                  for (int i = 0; i < kBatch; ++i)
-                      sender.send(sampleMessage(212, std::string(64u << 10, char('a' + i % 26))));
-              }),
-              "");
-    for (int i = 0; i < kBatch; ++i) {
-        const std::optional<MessageContent> reply = sender.receive(30000);
-        ASSERT_TRUE(reply && reply->text == std::string(64u << 10, char('a' + i % 26))) << i;
-    }
-    EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
-    expectHonestPeerServed();
-}

@@ -355,6 +355,7 @@ TEST_F(XBridgeNetwork, PeerClientErrorsNameTheBridgeAndWhatItSaidOrWhatWentWrong
     PeerClient late;
     EXPECT_EQ(errorOf([&] { late.connect("127.0.0.1", port, "DXD", 2000); }),
               "cannot connect to " + bridgeAt + ": Connection refused");
+    EXPECT_FALSE(late.isConnected());
     EXPECT_EQ(errorOf([&] { late.send(MessageContent()); }),
               "cannot send: not connected to a bridge");
 }

@@ -2,125 +2,67 @@
 // a poster waiting once the host is gone.
 
 #include <atomic>
-#include <chrono>
 #include <functional>
-#include <numeric>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "lumo/hostbackend.h"
+#include "fakehost.h"
 #include "lumo/idlerequest.h"
 #include "lumo/idlerequestqueue.h"
 
 namespace {
 
-using namespace std::chrono_literals;
-
-class RecordingRequest : public IdleRequestC
+class Request : public IdleRequestC
 {
 public:
-    explicit RecordingRequest(int id, std::vector<int>* order = nullptr) : m_id(id), m_order(order)
-    {
-    }
-    void perform() override
-    {
-        performedOn = std::this_thread::get_id();
-        if (m_order)
-            m_order->push_back(m_id);
-    }
-    std::thread::id performedOn;
+    explicit Request(std::function<void()> work) : m_work(std::move(work)) {}
+    void perform() override { m_work(); }
 
 private:
-    int m_id;
-    std::vector<int>* m_order;
+    std::function<void()> m_work;
 };
 
-class QueueBackend : public HostBackend
+TEST(IdleRequest, PostsWaitUntilPerformedOnTheServingThreadInOrderAndAThrowFailsOnlyItsPost)
 {
-public:
-    IdleRequestQueue queue;
-    bool postIdleRequest(IdleRequestC& request) override { return queue.postAndWait(request); }
-    void openWritableLibraries(std::set<std::string>&) override {}
-    BRIOValue callFunction(const std::string&, const std::vector<BRIOValue>&) override
-    {
-        return {};
-    }
-};
-
-// Runs `post` on a thread of its own while this thread serves `queue`; false
-// when it did not finish within ten seconds (the poster is then released).
-bool postWhileServing(IdleRequestQueue& queue, const std::function<void()>& post)
-{
+    const std::thread::id serving = std::this_thread::get_id();
+    std::vector<int> performed;
+    std::vector<bool> results;
     std::atomic<bool> done{false};
+    FakeHost host;
     std::thread poster([&] {
-        post();
+        for (const int id : {0, 1, -2, 3}) {
+            Request request([&, id] {
+                performed.push_back(id);
+                EXPECT_EQ(std::this_thread::get_id(), serving);
+                if (id < 0)
+                    throw id;
+            });
+            results.push_back(request.postAndWaitUntilPerformed());
+            EXPECT_EQ(performed.size(), results.size()) << "returned before it was performed";
+        }
         done = true;
     });
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!done && std::chrono::steady_clock::now() < deadline)
-        queue.waitAndPerform(5ms);
-    const bool finished = done;
-    if (!finished)
-        queue.shutdown();
+    const bool served = host.pumpUntil([&] { return done.load(); });
+    host.shutdown();
     poster.join();
-    return finished;
-}
-
-TEST(IdleRequestQueue, ShutdownReleasesAWaiterThatWouldOtherwiseWaitForever)
-{
-    IdleRequestQueue queue;
-    RecordingRequest request(1);
-    std::atomic<bool> posted{false};
-    bool result = true;
-    std::thread poster([&] {
-        posted = true;
-        result = queue.postAndWait(request); // nobody serves
-    });
-    while (!posted)
-        std::this_thread::yield();
-    queue.shutdown();
-    poster.join();
-    EXPECT_FALSE(result);
-    EXPECT_EQ(request.performedOn, std::thread::id()) << "a released request is not performed";
-    RecordingRequest late(2);
-    EXPECT_FALSE(queue.postAndWait(late));
-}
-
-TEST(IdleRequestQueue, PostsOfOneThreadWaitUntilPerformedOnTheServingThreadInOrder)
-{
-    IdleRequestQueue queue;
-    std::vector<int> order;
-    std::vector<std::thread::id> threads;
-    ASSERT_TRUE(postWhileServing(queue, [&] {
-        for (int id = 0; id < 20; ++id) {
-            RecordingRequest request(id, &order);
-            EXPECT_TRUE(queue.postAndWait(request));
-            threads.push_back(request.performedOn); // performed before the post returned
-        }
-    }));
-    std::vector<int> expected(20);
-    std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(order, expected);
-    EXPECT_EQ(threads, std::vector<std::thread::id>(20, std::this_thread::get_id()));
-}
-
-TEST(IdleRequest, GoesThroughTheInstalledBackendAndIsRefusedUnperformedWithoutOne)
-{
-    QueueBackend backend;
-    LumoHost::installBackend(&backend);
-    RecordingRequest request(1);
-    bool result = false;
-    const bool served =
-        postWhileServing(backend.queue, [&] { result = request.postAndWaitUntilPerformed(); });
-    LumoHost::installBackend(nullptr);
     ASSERT_TRUE(served);
-    EXPECT_TRUE(result);
-    EXPECT_EQ(request.performedOn, std::this_thread::get_id());
-    RecordingRequest refused(2);
-    EXPECT_FALSE(refused.postAndWaitUntilPerformed());
-    EXPECT_EQ(refused.performedOn, std::thread::id());
+    EXPECT_EQ(performed, (std::vector<int>{0, 1, -2, 3}));
+    EXPECT_EQ(results, (std::vector<bool>{true, true, false, true}));
+}
+
+TEST(IdleRequestQueue, ShutdownReleasesAQueuedWaiterUnperformedAndRefusesLaterPosts)
+{
+    int performed = 0;
+    Request request([&] { ++performed; });
+    // The wake call comes once the request is queued.
+    IdleRequestQueue queue([&] { queue.shutdown(); });
+    EXPECT_FALSE(queue.postAndWait(request));
+    EXPECT_FALSE(queue.postAndWait(request));
+    EXPECT_FALSE(request.postAndWaitUntilPerformed()) << "no host is installed";
+    EXPECT_EQ(performed, 0) << "a refused request was performed";
 }
 
 } // namespace

@@ -28,29 +28,26 @@ struct CommaPunctuation : std::numpunct<char>
     char do_decimal_point() const override { return ','; }
 };
 
-TEST(LumoStrings, FromDoubleKeepsThePointUnderACommaLocale)
+TEST(LumoStrings, FromDoubleKeepsThePointUnderACommaLocaleEvenForHugeFixedValues)
 {
-    // The global C++ locale is what a careless stream would pick up.
+    // The global C++ locale is what a careless stream would pick up; 1e200
+    // in fixed notation is too long for the quick conversion.
     const std::locale previous =
         std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
-    const std::string text = from_double(1.5, 'g', 6);
+    const std::string texts[] = {from_double(1.5, 'g', 6), from_double(1e200, 'f', 6)};
     std::ostringstream careless;
     careless << 1.5;
     std::locale::global(previous);
     ASSERT_EQ(careless.str(), "1,5") << "the comma locale did not take effect";
-    EXPECT_EQ(text, "1.5");
+    EXPECT_EQ(texts[0], "1.5");
+    EXPECT_EQ(texts[1], std::to_string(1e200)) << "as printf's %f";
 }
 
-TEST(LumoStrings, FromIntAndCaseInsensitiveCompare)
+TEST(LumoStrings, CompareIgnoresCaseAndPutsThePrefixFirst)
 {
-    EXPECT_EQ(from_int(0), "0");
-    EXPECT_EQ(from_int(-2147483647 - 1), "-2147483648");
-    EXPECT_EQ(from_int(5000), "5000");
-    EXPECT_EQ(compare_ignore_case("dxd", "DXD"), 0);
     EXPECT_EQ(compare_ignore_case("BsXe", "bsxe"), 0);
-    EXPECT_NE(compare_ignore_case("DXD", "DXD "), 0);
+    EXPECT_GT(compare_ignore_case("DXD ", "DXD"), 0);
     EXPECT_LT(compare_ignore_case("abc", "ABD"), 0);
-    EXPECT_NE(compare_ignore_case("", "x"), 0);
 }
 
 } // namespace

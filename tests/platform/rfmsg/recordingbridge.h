@@ -2,10 +2,8 @@
 // A bridge on a real loopback port that records what it receives and the
 // errors it reports, and lets a test wait for them.
 
-#include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,52 +34,28 @@ public:
 
     bool waitForMessages(std::size_t count, int timeoutMs = 10000);
     bool waitForErrors(std::size_t count, int timeoutMs = 10000);
-    std::vector<RFMsgExp::MessageContent> messages();
-    std::vector<std::string> errors();
+    std::vector<RFMsgExp::MessageContent> messages() { return locked(m_messages); }
+    std::vector<std::string> errors() { return locked(m_errors); }
 
     // GetConnected() read through the library's user set, every object released.
     Peers connected();
     bool waitForPeerCount(std::size_t count, int timeoutMs = 10000);
 
 private:
-    bool waitFor(const std::function<bool()>& condition, int timeoutMs);
+    // A copy, taken while no delivery adds to it.
+    template <typename Record> std::vector<Record> locked(const std::vector<Record>& records)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return records;
+    }
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
     Handler m_handler;
     std::vector<RFMsgExp::MessageContent> m_messages;
     std::vector<std::string> m_errors;
 };
 
 namespace BridgeTestSupport {
-
-// A bare TCP client on the loopback interface that sends whatever bytes a
-// test gives it. The socket is made at once, so that it can connect while
-// this process has no descriptor left.
-class RawPeer
-{
-public:
-    // Connects when given a port.
-    explicit RawPeer(int port = 0);
-    ~RawPeer();
-    RawPeer(const RawPeer&) = delete;
-    RawPeer& operator=(const RawPeer&) = delete;
-
-    bool connect(int port);
-    bool connected() const { return m_fd >= 0; }
-    // Blocks until the system took every byte, or the connection broke.
-    void send(const std::string& bytes);
-    // Closes normally (FIN), or with a reset (RST) as a crashed peer's system may.
-    void close(bool reset = false);
-    // "127.0.0.1:40312", as the bridge names this end.
-    std::string address() const;
-    // The reasons of the CLOSE frames the bridge sent until it closed the
-    // connection, other frames skipped; none when it stayed open for 10 s.
-    std::optional<std::vector<std::string>> closeReasons();
-
-private:
-    int m_fd;
-};
 
 // Polls `condition` until it holds or `timeoutMs` passed; for states that
 // raise no event of their own (the peer list, transport counters).
@@ -91,8 +65,6 @@ std::string errorOf(const std::function<void()>& action);
 
 // A frame as bytes: header and payload, with the payload's true length.
 std::string frame(unsigned char type, const std::string& payload);
-// The CBOR payload of a HELLO naming `app`.
-std::string helloPayload(const std::string& app, int protocol = 1);
 // A message with `text` and one property; a small document when asked.
 RFMsgExp::MessageContent sampleMessage(int kind, const std::string& text,
                                        bool withDocument = false);

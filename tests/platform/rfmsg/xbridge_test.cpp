@@ -684,3 +684,68 @@ INSTANTIATE_TEST_SUITE_P(Peers, BridgeSendQueue, ::testing::ValuesIn(kSendQueueC
                          [](const ::testing::TestParamInfo<SendQueueCase>& info) {
                              return info.param.name;
                          });
+
+TEST_F(BridgeLimits, ReportsBeyondTheRateAreSummedUpByReasonEachSecond)
+{
+    Testing::TransportLimits limits;
+    limits.reportsPerSecond = 3;
+    start(limits);
+    // Twelve faults of four kinds: the bytes a peer starts with are part of the reason.
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 12; ++i) {
+        peers.push_back(std::make_unique<RawPeer>());
+        ASSERT_TRUE(peers.back()->connect(port));
+        peers.back()->send(std::string("XXXXXXX") + char('a' + i % 4));
+    }
+    expectHonestPeerServed();
+    const std::string reason = "sent data that is not a frame of this protocol \\(it starts with "
+                               "the bytes (58 ){7}6[1-4]\\)";
+    const std::regex verbatim("peer at 127\\.0\\.0\\.1:\\d+: " + reason + "; connection closed");
+    const std::regex summary("\xe2\x80\xa6 and (\\d+) more (connection(s?) closed: " + reason +
+                             "|reports of other faults)");
+    int accounted = 0, verbatimFirst = 0, summaries = 0;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            accounted = verbatimFirst = summaries = 0;
+            for (const std::string& error : bridge.errors()) {
+                std::smatch match;
+                const bool summed = std::regex_match(error, match, summary);
+                EXPECT_TRUE(summed || std::regex_match(error, verbatim)) << error;
+                EXPECT_TRUE(!summed || !match[3].matched || (match[3] == "s") == (match[1] != "1"))
+                    << error;
+                summaries += summed;
+                verbatimFirst += !summed && summaries == 0;
+                accounted += summed ? std::stoi(match[1]) : 1;
+            }
+            return accounted >= 12;
+        },
+        20000));
+    EXPECT_EQ(accounted, 12);
+    EXPECT_EQ(verbatimFirst, limits.reportsPerSecond);
+    // Four reasons, but no more summaries than reports: the last takes the rest.
+    EXPECT_TRUE(summaries >= 1 && summaries <= limits.reportsPerSecond) << summaries;
+}
+
+TEST_F(BridgeLimits, PeerClientReadsWhileSendingALongBatchAndIsNotClosed)
+{
+    // Small limits, yet above what a burst of replies to the messages read at once may queue.
+    Testing::TransportLimits limits;
+    limits.queuedMessages = 4;
+    limits.sendQueueHardLimit = 2u << 20;
+    limits.sendQueueSoftLimit = 1u << 20;
+    limits.sendQueueSoftTimeoutMs = 100;
+    // Every message is answered with as much again.
+    start(limits, [](IRFMessage& message) {
+        return Testing::makeMessage(sampleMessage(20, message.GetText().str()));
+    });
+    const auto body = [](int i) { return std::string(64u << 10, char('a' + i % 26)); };
+    auto sender = connectPeer(port, "BSXE");
+    ASSERT_EQ(errorOf([&] {
+                  for (int i = 0; i < 400; ++i)
+                      sender->send(sampleMessage(212, body(i)));
+              }),
+              "");
+    for (int i = 0; i < 400; ++i)
+        ASSERT_TRUE(nextText(*sender, 30000) == body(i)) << i;
+    EXPECT_TRUE(bridge.errors().empty()) << bridge.errors().front();
+}

@@ -106,34 +106,64 @@ QStringList settings(BridgedHost& host)
                         .captured(1);
 }
 
+// A dialog's journal record: "answer overwrite current entries excluded".
+QString dialogRecord(const QJsonObject& record)
+{
+    const QJsonObject controls = record["controls"].toObject();
+    const QJsonObject combo = controls["comboBoxTargetLibrary"].toObject();
+    QStringList entries;
+    for (const QJsonValue& entry : combo["entries"].toArray())
+        entries << entry.toString();
+    return QStringList{record["answer"].toString("-"),
+                       controls["checkBoxOverwriteDesigns"].toBool() ? "true" : "false",
+                       combo["current"].toString(), entries.join(','),
+                       controls["lineEditExcludeLibrary"].toString()}
+        .join(' ');
+}
+
 // Each way out keeps, saves or restores the edits in memory and in
 // ./Tessel.opt as a person's would. (A dialog nobody answers: Receipt below.)
 TEST(SettingsDialog, EachWayOutKeepsSavesOrRestoresTheEditsAsAPersonsWould)
 {
-    // The answer and the edits; then OverwriteDesigns and TargetLib in the file,
-    // ImportOverwriteExistingDesign in memory and after the next load, and the
-    // number of edits that could not be applied (the dialog answered all the same).
+    // The answer and the edits; then the dialog's controls on closing,
+    // ExcludeLibrary, OverwriteDesigns and TargetLib in the file, ImportOverwriteExistingDesign
+    // in memory and after the next load, and the number of edits that could
+    // not be applied (the dialog answered all the same).
     const std::vector<std::pair<QString, QString>> rows = {
-        {"ok checkBoxOverwriteDesigns=true comboBoxTargetLibrary=rflib", "true rflib TRUE TRUE 0"},
+        {"ok checkBoxOverwriteDesigns=true comboBoxTargetLibrary=rflib",
+         "ok true rflib alib,rflib Local_Components_lib Local_Components_lib true rflib TRUE TRUE "
+         "0"},
         {"cancel checkBoxOverwriteDesigns=true lineEditExcludeLibrary=alib",
+         "cancel true Local_Components_lib Local_Components_lib,rflib alib Local_Components_lib "
          "false alib FALSE FALSE 0"},
-        {"close checkBoxOverwriteDesigns=true", "false alib TRUE FALSE 0"},
+        {"close checkBoxOverwriteDesigns=true", "close true alib alib,rflib Local_Components_lib "
+                                                "Local_Components_lib false alib TRUE FALSE 0"},
         {"cancel noSuchControl=1 checkBoxOverwriteDesigns=yes comboBoxTargetLibrary=closed_lib",
-         "false alib FALSE FALSE 3"},
+         "cancel false alib alib,rflib Local_Components_lib Local_Components_lib false alib FALSE "
+         "FALSE 3"},
     };
     for (const auto& [actions, outcome] : rows) {
         SCOPED_TRACE(actions.toStdString());
-        QStringList arguments{"--library", "alib", "--dialogs", actions.section(' ', 0, 0)};
+        QStringList arguments{"--library",         "alib",
+                              "--dialogs",         actions.section(' ', 0, 0),
+                              "--dialog-snapshot", "{dir}/pictures"};
         for (const QString& edit : actions.section(' ', 1).split(' '))
             arguments << "--dialog-edit" << edit;
         BridgedHost host(arguments);
         host.command("mgcconnect_open_options_dialog();");
-        QStringList found = settings(host);
+        QStringList found;
+        for (const QJsonObject& record : host.seen().records("dialog"))
+            found << dialogRecord(record);
+        // A PNG of 376 x 275 pixels: its signature, then width and height in its header.
+        const QByteArray picture = readFile(host.path("pictures/dialog-1.png"));
+        EXPECT_EQ((picture.left(8) + picture.mid(16, 8)).toHex(),
+                  "89504e470d0a1a0a0000017800000113");
+        found << settings(host);
         host.command("mgcconnect_disconnect();");
         host.command("mgcconnect_initialize(0, 0);");
         found << settings(host).last()
               << QString::number(host.seen().records("dialog_error").size());
-        EXPECT_EQ(found.join(' '), "Local_Components_lib " + outcome);
+        EXPECT_EQ(found.join(' '), "- false alib alib,rflib Local_Components_lib " + outcome);
         EXPECT_EQ(host.finish().exitCode, outcome.endsWith(" 0") ? 0 : 1);
     }
 }

@@ -1,13 +1,14 @@
-#include <clocale>
 #include <set>
 #include <string>
 
 #include <QLocale>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include "fakehost.h"
 #include "options/generaloptions.h"
+#include "options/iffoptions.h"
 #include "options/optionnames.h"
 #include "options/options.h"
 
@@ -21,42 +22,26 @@ TEST(Options, SetAppendsNewNamesAndReplacesValueAndTipInPlace)
 {
     Options options;
     EXPECT_EQ(options.get_option_index(QStringLiteral("TargetLib")), -1);
-    options.set_option(QStringLiteral("b"), QStringLiteral("1"), QStringLiteral("tip b"));
-    options.set_option(QStringLiteral("TargetLib"), QStringLiteral("a_lib"), QStringLiteral("tip"));
-    options.set_option(QStringLiteral("c"), QStringLiteral("3"), QString());
-    options.set_option(QStringLiteral("TargetLib"), QStringLiteral("b_lib"), QString());
-    // Names are compared with case: this is a fourth record.
-    options.set_option(QStringLiteral("targetlib"), QStringLiteral("c_lib"), QString());
-
+    // Names are compared with case: "targetlib" is a fourth record.
+    OptionsTestSupport::setRecords(options, {{"b", "1", "tip b"},
+                                             {"TargetLib", "a_lib", "tip"},
+                                             {"c", "3", ""},
+                                             {"TargetLib", "b_lib", ""},
+                                             {"targetlib", "c_lib", ""}});
     EXPECT_EQ(records(options), (Records{{"b", "1", "tip b"},
                                          {"TargetLib", "b_lib", ""},
                                          {"c", "3", ""},
                                          {"targetlib", "c_lib", ""}}));
     EXPECT_EQ(options.get_option_index(QStringLiteral("c")), 2);
     EXPECT_EQ(options.get_option_tip(QStringLiteral("b")), QStringLiteral("tip b"));
-
     options.clear_options();
     EXPECT_TRUE(records(options).empty());
 }
 
-// The first C locale with a decimal comma that the machine has; null when none.
-const char* useCommaLocale()
-{
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "nl_NL.UTF-8",
-                             "es_ES.UTF-8", "ru_RU.UTF-8", "de_DE"})
-        if (std::setlocale(LC_NUMERIC, name) && *std::localeconv()->decimal_point == ',')
-            return name;
-    return nullptr;
-}
-
-// One table for the three typed reads, all under a user's locale with a decimal
-// comma (in the C library too where the machine has one): the point is always
-// the decimal separator.
+// Under a user's locale with a decimal comma the point is still the decimal separator.
 TEST(Options, TypedReadsAcceptOnlyTheirOwnSpellingAndGiveNeutralValuesOtherwise)
 {
-    const std::string numeric = std::setlocale(LC_NUMERIC, nullptr);
     const QLocale previous;
-    const char* commaLocale = useCommaLocale();
     QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
     const struct
     {
@@ -65,13 +50,17 @@ TEST(Options, TypedReadsAcceptOnlyTheirOwnSpellingAndGiveNeutralValuesOtherwise)
         int integer;
         double real;
     } cases[] = {
-        {nullptr, false, 0, 0.0}, {"TRUE", true, 0, 0.0},
-        {"tRuE", true, 0, 0.0},   {" true", false, 0, 0.0},
-        {"yes", false, 0, 0.0},   {"", false, 0, 0.0},
-        {"1", false, 1, 1.0},     {"-7", false, -7, -7.0},
-        {"3x", false, 0, 0.0},    {"1.0", false, 0, 1.0},
-        {"1,0", false, 0, 0.0},   {"2.5e1", false, 0, 25.0},
-        {"010", false, 10, 10.0}, {"2147483648", false, 0, 2147483648.0},
+        {nullptr, false, 0, 0.0},
+        {"tRuE", true, 0, 0.0},
+        {" true", false, 0, 0.0},
+        {"yes", false, 0, 0.0},
+        {"-7", false, -7, -7.0},
+        {"3x", false, 0, 0.0},
+        {"1.0", false, 0, 1.0},
+        {"1,0", false, 0, 0.0},
+        {"2.5e1", false, 0, 25.0},
+        {"010", false, 10, 10.0},
+        {"2147483648", false, 0, 2147483648.0},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.value ? row.value : "(absent)");
@@ -81,13 +70,9 @@ TEST(Options, TypedReadsAcceptOnlyTheirOwnSpellingAndGiveNeutralValuesOtherwise)
         EXPECT_EQ(options.get_bool_option_value(QStringLiteral("x")), row.boolean);
         EXPECT_EQ(options.get_int_option_value(QStringLiteral("x")), row.integer);
         EXPECT_EQ(options.get_double_option_value(QStringLiteral("x")), row.real);
-        // Reading never inserts.
-        EXPECT_EQ(records(options).size(), row.value ? 1u : 0u);
+        EXPECT_EQ(records(options).size(), row.value ? 1u : 0u) << "a read inserted";
     }
-    std::setlocale(LC_NUMERIC, numeric.c_str());
     QLocale::setDefault(previous);
-    if (!commaLocale)
-        GTEST_SKIP() << "no C locale with a decimal comma on this machine: only Qt's was tested";
 }
 
 TEST(GeneralOptions, DefaultTargetLibraryIsTheFirstWritableLibraryInByteOrderExceptTheExcluded)
@@ -97,8 +82,7 @@ TEST(GeneralOptions, DefaultTargetLibraryIsTheFirstWritableLibraryInByteOrderExc
     {
         const char* name;
         std::set<std::string> open;
-        const char* excluded;
-        const char* expected;
+        const char *excluded, *expected;
     } cases[] = {
         {"excluded library skipped", {"b_lib", local, "a_lib"}, local, "a_lib"},
         {"upper case sorts first", {"alpha", "Zed"}, "", "Zed"},
@@ -116,4 +100,36 @@ TEST(GeneralOptions, DefaultTargetLibraryIsTheFirstWritableLibraryInByteOrderExc
                            QString::fromUtf8(row.excluded), QString());
         EXPECT_EQ(options.get_default_target_library(), row.expected);
     }
+}
+
+// Rows run in order on one path, so each also shows that a write truncates.
+TEST(IffOptions, LinesAreTheRecordsAsTheyStandWithASemicolonOnTheProjectListOnly)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("iff.txt"));
+    const struct
+    {
+        const char* name;
+        Records set;
+        const char* expected;
+    } cases[] = {
+        {"project list alone", {{"ExportProjects", "projA", ""}}, "ExportProjects = projA;\n"},
+        {"semicolon chosen by the exact name",
+         {{"exportprojects", "p", ""}, {"ExportProjects ", "p", ""}, {"Zeta", "", ""}},
+         "exportprojects = p\nExportProjects  = p\nZeta = \n"},
+        {"percent signs, quotes and tips",
+         {{"Odd%2Name", "100% %1 %2 %L1 %%", "tip not written"}, {"ExportProjects", "a \"b\"", ""}},
+         "Odd%2Name = 100% %1 %2 %L1 %%\nExportProjects = a \"b\";\n"},
+        {"empty set gives an empty file", {}, ""},
+    };
+    Tessel::IFFOptions options;
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        options.clear_options();
+        OptionsTestSupport::setRecords(options, row.set);
+        EXPECT_TRUE(options.write_IFF_options_file(path));
+        EXPECT_EQ(OptionsTestSupport::readFile(path), QByteArray(row.expected));
+    }
+    for (const QString& unwritable : {dir.filePath(QStringLiteral("missing/iff.txt")), dir.path()})
+        EXPECT_FALSE(options.write_IFF_options_file(unwritable)) << unwritable.toStdString();
 }

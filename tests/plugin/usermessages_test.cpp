@@ -11,11 +11,10 @@
 
 namespace {
 
-class UserMessages : public PluginTest
-{
-};
-using TextFiles = UserMessages;
+using UserMessages = PluginTest;
+using TextFiles = PluginTest;
 
+// The log line ends in a raw line feed inside the string literal.
 TEST_F(UserMessages, EachReportIsTheExactStatementsInCmdOpOnTheMainThread)
 {
     struct Row
@@ -24,29 +23,19 @@ TEST_F(UserMessages, EachReportIsTheExactStatementsInCmdOpOnTheMainThread)
         std::string message;
         std::vector<std::string> statements;
     };
-    // The log line ends in a raw line feed inside the string literal.
-    // clang-format off
     const std::vector<Row> rows = {
-        {ReportError, "IFF import failed", {"CmdOp: de_info(\"Tessel Error: IFF import failed\");",
-                                            "CmdOp: fprintf(stderr,\"Tessel:Error: IFF import failed\n\");"}},
-        {ReportInfo, "done", {"CmdOp: de_info(\"Tessel Info: done\");",
-                              "CmdOp: fprintf(stderr,\"Tessel:Info: done\n\");"}},
-        {WriteLog, "Server started, hostname is pc1",
-         {"CmdOp: fprintf(stderr,\"Tessel:Server started, hostname is pc1\n\");"}},
-        {ReportError, "", {"CmdOp: de_info(\"Tessel Error: \");", "CmdOp: fprintf(stderr,\"Tessel:Error: \n\");"}},
-        {ReportInfo, "a \"b\"", {"CmdOp: de_info(\"Tessel Info: a \"b\"\");",
-                                 "CmdOp: fprintf(stderr,\"Tessel:Info: a \"b\"\n\");"}},
+        {ReportError, "a \"b\"", {shownError("a \"b\""), logged("Error: a \"b\"")}},
+        {ReportInfo, "done", {"CmdOp: de_info(\"Tessel Info: done\");", logged("Info: done")}},
+        {WriteLog, "", {"CmdOp: fprintf(stderr,\"Tessel:\n\");"}},
     };
-    // clang-format on
     for (const bool fromMessagingThread : {false, true}) {
         for (const Row& row : rows) {
             SCOPED_TRACE(row.message + (fromMessagingThread ? " from a messaging thread" : ""));
             test.brio.clearStatements();
-            if (fromMessagingThread) {
+            if (fromMessagingThread)
                 ASSERT_TRUE(test.runOnMessagingThread([&] { row.report(row.message); }));
-            } else {
+            else
                 row.report(row.message);
-            }
             EXPECT_EQ(statements(), row.statements);
         }
     }
@@ -54,37 +43,27 @@ TEST_F(UserMessages, EachReportIsTheExactStatementsInCmdOpOnTheMainThread)
 
 TEST(TextRewrites, EscapeQuotesPutsABackslashBeforeEachQuoteOnce)
 {
-    // clang-format off
-    const std::vector<std::pair<std::string, std::string>> escapes = {
-        {"", ""}, {"plain", "plain"}, {"\"", "\\\""}, {"\"\"", "\\\"\\\""},
-        {"a\"b\"c", "a\\\"b\\\"c"}, {"\\\"", "\\\\\""}};
-    // clang-format on
-    for (const auto& [text, escaped] : escapes)
+    for (const auto& [text, escaped] : std::vector<std::pair<std::string, std::string>>{
+             {"", ""}, {"a\"b\"c", "a\\\"b\\\"c"}, {"\\\"", "\\\\\""}})
         EXPECT_EQ(EscapeQuotes(text), escaped) << text;
 }
 
 TEST_F(TextFiles, ReadAppendsLinesWithTheExtraFinalLineFeed)
 {
-    struct Row
-    {
-        std::optional<std::string> content; // nullopt: no such file
-        std::string appended;
+    const std::vector<std::pair<std::optional<std::string>, std::string>> rows = {
+        {"", "\n"},         {"a\nb", "a\nb\n"}, {"\n\n", "\n\n\n"}, {"a\r\nb\r\n", "a\r\nb\r\n\n"},
+        {std::nullopt, ""}, // no such file
     };
-    const std::vector<Row> rows = {
-        {"", "\n"},         {"a", "a\n"},       {"a\n", "a\n\n"},
-        {"a\nb", "a\nb\n"}, {"\n\n", "\n\n\n"}, {"a\r\nb\r\n", "a\r\nb\r\n\n"},
-        {std::nullopt, ""},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.content.value_or("(missing)"));
-        const std::string path = file(row.content ? "in \xc3\xbc.iff" : "missing.iff", row.content);
+    for (const auto& [content, appended] : rows) {
+        SCOPED_TRACE(content.value_or("(missing)"));
+        const std::string path = file(content ? "in \xc3\xbc.iff" : "missing.iff", content);
         std::string text = "kept:";
         testing::internal::CaptureStderr();
-        EXPECT_EQ(ReadTextFile(text, path.c_str(), false), row.content.has_value());
+        EXPECT_EQ(ReadTextFile(text, path.c_str(), false), content.has_value());
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  row.content ? "" : "Unable to open IFF file " + path + "\n");
-        EXPECT_EQ(text, "kept:" + row.appended);
-        EXPECT_EQ(QFile::exists(QString::fromStdString(path)), row.content.has_value());
+                  content ? "" : "Unable to open IFF file " + path + "\n");
+        EXPECT_EQ(text, "kept:" + appended);
+        EXPECT_EQ(QFile::exists(QString::fromStdString(path)), content.has_value());
     }
     std::string text;
     ASSERT_TRUE(ReadTextFile(text, file("gone", "x").c_str(), true));

@@ -49,6 +49,13 @@ RFMsgExp::RegionContent PluginTest::region(std::string name, std::string netlist
     return region;
 }
 
+std::vector<std::string> PluginTest::received(const RFMsgExp::MessageContent& content)
+{
+    test.brio.clearStatements();
+    test.receive(content);
+    return statements();
+}
+
 std::vector<RFMsgExp::Testing::SentMessage> PluginTest::sent()
 {
     return RFMsgExp::Testing::sentMessages(test.server());

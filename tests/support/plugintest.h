@@ -44,6 +44,8 @@ protected:
     void TearDown() override;
 
     std::vector<std::string> statements() { return test.statements(); }
+    // The statements that receiving a message holding `content` ran.
+    std::vector<std::string> received(const RFMsgExp::MessageContent& content);
     std::vector<RFMsgExp::Testing::SentMessage> sent();
     // The path of `name` in the test's directory, written with `content` if given.
     std::string file(const std::string& name,

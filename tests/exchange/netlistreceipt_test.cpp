@@ -76,33 +76,25 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
     // The count is the blanks from two places after the first "(" up to the
     // character before the first ")"; when that ")" is too close or comes
     // first, up to the end. Names go in unescaped. -1: the count throws.
-    struct Row
-    {
-        std::string design, region, netlist, cell;
-        int count;
-    };
-    const std::vector<Row> rows = {
-        {"amp_top.sch", "lna", "X1 ( a b c ) Y", "amp_top_lna", 2},
-        {"abc", "r1", "(x y)", "abc_r1", 1},
-        {"abcd", "r1", "(xy )", "_r1", 0},
-        {"q\"x.sch", "r\"1", "no brackets", "q\"x_r\"1", 0},
-        {"amp top.sch", "l n a", "only ( o p e n", "amp top_l n a", 0},
-        {"d.sch", "r", " a b ) close", "d_r", 0},
-        {"d.sch", "r", "() a b", "d_r", 2},
-        {"d.sch", "r", "(ab)", "d_r", 0},
-        {"d.sch", "r", ") a ( b c d e", "d_r", 3},
-        {"d.sch", "r", "a) b ( ", "d_r", 0},
+    // design, region, netlist, cell name, count
+    const std::tuple<std::string, std::string, std::string, std::string, int> rows[] = {
+        // clang-format off
+        {"amp_top.sch", "lna", "X1 ( a b c ) Y", "amp_top_lna", 2}, {"abc", "r1", "(x y)", "abc_r1", 1},
+        {"abcd", "r1", "(xy )", "_r1", 0}, {"q\"x.sch", "r\"1", "no brackets", "q\"x_r\"1", 0},
+        {"a b.sch", "l n a", "only ( o p e n", "a b_l n a", 0}, {"d.sch", "r", " a b ) close", "d_r", 0},
+        {"d.sch", "r", "() a b", "d_r", 2}, {"d.sch", "r", "(ab)", "d_r", 0},
+        {"d.sch", "r", ") a ( b c d e", "d_r", 3}, {"d.sch", "r", "a) b ( ", "d_r", 0},
         {"d.sch", "r", "a) b (", "d_r", -1},
+        // clang-format on
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.design + " / " + row.region + " / " + row.netlist);
-        const auto ran = received(netlistMessage(row.design, {region(row.region, row.netlist)}));
-        EXPECT_EQ(ran.back(), row.count < 0
-                                  ? logged("Exception detected in OnReceive()")
-                                  : host(create(row.cell, row.design, row.region, row.count)));
+    for (const auto& [design, region, netlist, cell, count] : rows) {
+        SCOPED_TRACE(design + " / " + region + " / " + netlist);
+        const auto ran = received(netlistMessage(design, {PluginTest::region(region, netlist)}));
         EXPECT_EQ(ran.size(), 3u);
+        EXPECT_EQ(ran.back(), count < 0 ? logged("Exception detected in OnReceive()")
+                                        : host(create(cell, design, region, count)));
         // Written before the count is taken.
-        EXPECT_EQ(fileContent(netlists + "/" + row.cell + ".net"), row.netlist);
+        EXPECT_EQ(fileContent(netlists + "/" + cell + ".net"), netlist);
     }
 }
 
@@ -157,24 +149,6 @@ TEST_F(NetlistReceipt, NoRegionNoWorkspaceOrAFailingHostCreatesNothing)
     const std::string command = create("d_r", "d.sch", "r", 1);
     EXPECT_EQ(received(netlistMessage("d.sch", {region("r", "(x y)")})).back(),
               logged("Execute BRIO command failed: " + command));
-}
-
-// The netlists path is taken as the host gives it, backslash and all.
-TEST_F(NetlistReceipt, TheFileIsWrittenWholeOrNotAtAllAndTheDesignCreatedAnyway)
-{
-    const std::string big = "X1 ( a b c )\n" + std::string(1000, 'x');
-    ASSERT_TRUE(QDir(dir.path()).mkdir("a\\b"));
-    for (const auto& [folder, netlist, count] :
-         {std::tuple(netlists + "/missing", "n", 0), std::tuple(netlists + "/a\\b", "n", 0),
-          std::tuple(netlists, big.c_str(), 2)}) {
-        SCOPED_TRACE(folder);
-        test.answerPaths("/ws", folder);
-        EXPECT_EQ(received(netlistMessage("d.sch", {region("r", netlist)})).back(),
-                  host(create("d_r", "d.sch", "r", count)));
-    }
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"d_r.net"});
-    EXPECT_EQ(fileContent(netlists + "/a\\b/d_r.net"), "n");
-    EXPECT_EQ(fileContent(netlists + "/d_r.net"), big);
 }
 
 } // namespace

@@ -33,50 +33,38 @@ template <typename Scenario> void inFreshProcess(Scenario scenario)
         testing::ExitedWithCode(0), "");
 }
 
-struct RegistrationCase
+// Only an interface of 1002 to 1999 creates the server and registers the
+// table; subtracting the lowest version from the smallest integer would overflow.
+TEST(PluginEntry, CreatesTheServerOnlyForAnInterfaceOf1002To1999)
 {
-    const char* name;
-    bool interfaceFound;
-    int version;
-    const char* loadError; // null: accepted
-};
-
-using PluginEntryRegistration = testing::TestWithParam<RegistrationCase>;
-
-TEST_P(PluginEntryRegistration, CreatesTheServerOnlyForAnInterfaceOf1002To1999)
-{
-    const RegistrationCase row = GetParam();
-    inFreshProcess([row] {
-        FakeBRIO* brio = row.interfaceFound ? new FakeBRIO() : nullptr; // outlives the plug-in
-        if (brio)
-            brio->setVersion(row.version);
-        FakeRegistry registry(brio);
-        const int result = RegisterLibraryContents(&registry);
-        EXPECT_EQ(registry.lookups, std::vector<std::string>{"BRIO"});
-        EXPECT_EQ(PluginState::brio(), brio) << "interface pointer not kept";
-        EXPECT_EQ(PluginState::server() != nullptr, !row.loadError);
-        EXPECT_EQ(brio ? brio->registrations() : 0, row.loadError ? 0 : 1);
-        if (row.loadError) {
-            EXPECT_EQ(registry.loadErrors, std::vector<std::string>{row.loadError});
-            EXPECT_EQ(result, registry.loadErrorResult) << "the registry's result not passed on";
-        } else {
-            EXPECT_TRUE(registry.loadErrors.empty());
-        }
-    });
+    const char* incompatible = "Tessel plugin found an incompatible BRIO interface";
+    // interface found, its version, the load error (null: accepted)
+    const std::tuple<bool, int, const char*> rows[] = {
+        // clang-format off
+        {false, 0, "Tessel plugin failed to load the BRIO interface"}, {true, 1001, incompatible},
+        {true, 1002, nullptr}, {true, 1999, nullptr}, {true, 2000, incompatible},
+        {true, std::numeric_limits<int>::min(), incompatible}};
+    // clang-format on
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::get<1>(row));
+        inFreshProcess([&row] {
+            const auto& [interfaceFound, version, loadError] = row;
+            FakeBRIO* brio = interfaceFound ? new FakeBRIO() : nullptr; // outlives the plug-in
+            if (brio)
+                brio->setVersion(version);
+            FakeRegistry registry(brio);
+            const int result = RegisterLibraryContents(&registry);
+            EXPECT_EQ(registry.lookups, std::vector<std::string>{"BRIO"});
+            EXPECT_EQ(PluginState::brio(), brio) << "interface pointer not kept";
+            EXPECT_EQ(PluginState::server() != nullptr, !loadError);
+            EXPECT_EQ(brio ? brio->registrations() : 0, loadError ? 0 : 1);
+            EXPECT_EQ(registry.loadErrors,
+                      loadError ? std::vector<std::string>{loadError} : std::vector<std::string>{});
+            EXPECT_TRUE(!loadError || result == registry.loadErrorResult)
+                << "the registry's result not passed on";
+        });
+    }
 }
-
-constexpr char Incompatible[] = "Tessel plugin found an incompatible BRIO interface";
-// Subtracting the lowest version from the smallest integer would overflow.
-INSTANTIATE_TEST_SUITE_P(
-    Bounds, PluginEntryRegistration,
-    testing::Values(
-        RegistrationCase{"missing", false, 0, "Tessel plugin failed to load the BRIO interface"},
-        RegistrationCase{"below", true, 1001, Incompatible},
-        RegistrationCase{"lowest", true, 1002, nullptr},
-        RegistrationCase{"highest", true, 1999, nullptr},
-        RegistrationCase{"above", true, 2000, Incompatible},
-        RegistrationCase{"smallestInt", true, std::numeric_limits<int>::min(), Incompatible}),
-    [](const testing::TestParamInfo<RegistrationCase>& info) { return info.param.name; });
 
 TEST(PluginEntry, ReRegistrationKeepsTheOneServerAndRegistersTheTableAgain)
 {

@@ -137,7 +137,7 @@ TEST_F(KivaSettingsDialogTest, OpeningChangesNoOptionAndOkStoresTheLibraryShown)
 
         open();
         EXPECT_EQ(listed(),
-                  row.librariesOpen ? QStringList({"a_lib", "b_lib", "c_lib"}) : QStringList());
+                  librariesOpen ? QStringList({"a_lib", "b_lib", "c_lib"}) : QStringList());
         EXPECT_EQ(comboBox()->currentText(), QString::fromUtf8(shown));
         EXPECT_EQ(lineEdit()->text(), QStringLiteral("Local_Components_lib"));
         EXPECT_EQ(checkBox()->isChecked(), checked);

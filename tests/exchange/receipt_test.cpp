@@ -19,6 +19,38 @@ namespace {
 
 using RFMsgExp::MessageContent;
 using RFMsgExp::PortContent;
+using Statements = std::vector<std::string>;
+
+class Receipt : public PluginTest
+{
+protected:
+    void TearDown() override
+    {
+        test.server().GetOptions().general().clear_options();
+        PluginTest::TearDown();
+    }
+
+    // The general options hold just these; an absent value leaves the option out.
+    void setGeneral(std::optional<QString> targetLibrary, std::optional<QString> overwrite = {})
+    {
+        Tessel::GeneralOptions& general = test.server().GetOptions().general();
+        general.clear_options();
+        if (targetLibrary)
+            general.set_option(Tessel::OptionName::TargetLib, *targetLibrary, QString());
+        if (overwrite)
+            general.set_option(Tessel::OptionName::OverwriteDesigns, *overwrite, QString());
+    }
+
+    // The statements that receiving `content` ran, the host answering these paths.
+    Statements receive(const MessageContent& content, std::optional<std::string> workspace,
+                       std::optional<std::string> netlists = {}, Statements failing = {})
+    {
+        test.answerPaths(std::move(workspace), std::move(netlists), std::move(failing));
+        return received(content);
+    }
+
+    const std::string here = dir.path().toStdString();
+};
 
 MessageContent netlistMessage(std::string designName, std::vector<RFMsgExp::RegionContent> regions)
 {
@@ -42,49 +74,38 @@ std::string create(const std::string& cell, const std::string& design, const std
            region + "\", " + std::to_string(count) + ", " + ports + ", 0);";
 }
 
-class NetlistReceipt : public PluginTest
-{
-protected:
-    void SetUp() override
-    {
-        PluginTest::SetUp();
-        test.answerPaths("/no/workspace/needed", netlists);
-    }
-
-    // What a message creating `command` runs, after both path queries.
-    static std::vector<std::string> created(const std::string& command)
-    {
-        return {WorkspaceQuery, NetlistsQuery, host(command)};
-    }
-
-    const std::string netlists = dir.path().toStdString();
-};
+using NetlistReceipt = Receipt;
 
 // Ports are numbered by those taken, disabled ones left out, coordinates as %g.
 TEST_F(NetlistReceipt, CreatesTheDesignOfTheFirstRegionWithItsEnabledPorts)
 {
     const std::string netlist = "* amp\nX1 ( in out gnd )\n";
-    EXPECT_EQ(received(netlistMessage(
-                  "amp_top.sch",
-                  {region("lna", netlist,
-                          {port("in \"rf\"\\", 1234567.0, -0.000012345, -3), port("b", 1, 1, 1, 0),
-                           port("c", 0.1 + 0.2, 1e6, 7), port("d", 100000, 1e-5, 2147483647)}),
-                   region("pa", "other netlist", {port("Q", 1, 1, 1)})})),
-              created(create("amp_top_lna", "amp_top.sch", "lna", 3,
-                             "list(list(\"in \"rf\"\\\",1.23457e+06,-1.2345e-05,1,-3),"
-                             "list(\"c\",0.3,1e+06,2,7),list(\"d\",100000,1e-05,3,2147483647))")));
+    EXPECT_EQ(receive(netlistMessage("amp_top.sch",
+                                     {region("lna", netlist,
+                                             {port("in \"rf\"\\", 1234567.0, -0.000012345, -3),
+                                              port("b", 1, 1, 1, 0), port("c", 0.1 + 0.2, 1e6, 7),
+                                              port("d", 100000, 1e-5, 2147483647)}),
+                                      region("pa", "other netlist", {port("Q", 1, 1, 1)})}),
+                      "/ws", here),
+              (Statements{WorkspaceQuery, NetlistsQuery,
+                          host(create("amp_top_lna", "amp_top.sch", "lna", 3,
+                                      "list(list(\"in \"rf\"\\\",1.23457e+06,-1.2345e-05,1,-3),"
+                                      "list(\"c\",0.3,1e+06,2,7),list(\"d\",100000,1e-05,3,"
+                                      "2147483647))"))}));
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"amp_top_lna.net"});
-    EXPECT_EQ(fileContent(netlists + "/amp_top_lna.net"), netlist);
-    EXPECT_EQ(
-        received(netlistMessage("d.sch", {region("r", "( a b c )", {port("a", 1, 1, 1, 0)})})),
-        created(create("d_r", "d.sch", "r", 0, "list()")));
+    EXPECT_EQ(fileContent(here + "/amp_top_lna.net"), netlist);
+    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "( a b c )", {port("a", 1, 1, 1, 0)})}),
+                      "/ws", here)
+                  .back(),
+              host(create("d_r", "d.sch", "r", 0, "list()")));
 }
 
+// The count is the blanks from two places after the first "(" up to the
+// character before the first ")"; when that ")" is too close or comes first,
+// up to the end. Names go in unescaped. -1: the count throws. The file is
+// written before the count is taken.
 TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets)
 {
-    // The count is the blanks from two places after the first "(" up to the
-    // character before the first ")"; when that ")" is too close or comes
-    // first, up to the end. Names go in unescaped. -1: the count throws.
     // design, region, netlist, cell name, count
     const std::tuple<std::string, std::string, std::string, std::string, int> rows[] = {
         // clang-format off
@@ -98,12 +119,12 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
     };
     for (const auto& [design, region, netlist, cell, count] : rows) {
         SCOPED_TRACE(design + " / " + region + " / " + netlist);
-        const auto ran = received(netlistMessage(design, {PluginTest::region(region, netlist)}));
+        const Statements ran =
+            receive(netlistMessage(design, {PluginTest::region(region, netlist)}), "/ws", here);
         EXPECT_EQ(ran.size(), 3u);
         EXPECT_EQ(ran.back(), count < 0 ? logged("Exception detected in OnReceive()")
                                         : host(create(cell, design, region, count)));
-        // Written before the count is taken.
-        EXPECT_EQ(fileContent(netlists + "/" + cell + ".net"), netlist);
+        EXPECT_EQ(fileContent(here + "/" + cell + ".net"), netlist);
     }
 }
 
@@ -111,53 +132,47 @@ TEST_F(NetlistReceipt, CellNameAndPortlessCountFollowTheNamesAndTheFirstBrackets
 // naming the design, escaped so that no name ends the host's string.
 TEST_F(NetlistReceipt, ANameThatLeavesTheNetlistsFolderIsRefusedOnceAndWritesNothing)
 {
-    const QString netlistsFolder = dir.filePath("workspace/netlists");
-    ASSERT_TRUE(QDir().mkpath(netlistsFolder));
-    test.answerPaths("/no/workspace/needed", netlistsFolder.toStdString());
-    struct Row
-    {
-        std::string design, region, shownDesign, shownFile;
-    };
-    const std::vector<Row> rows = {
+    const QString netlists = dir.filePath("workspace/netlists");
+    ASSERT_TRUE(QDir().mkpath(netlists));
+    // design, region, the design and the file name as shown
+    const std::array<std::string, 4> rows[] = {
         {"../../outside/pwned.sch", "lna", "../../outside/pwned.sch", "../../outside/pwned_lna"},
         {"amp.sch", "..\\lna", "amp.sch", "amp_..\\\\lna"},
         {"q\"\\\");x.sch", "r", "q\\\"\\\\\\\");x.sch", "q\\\"\\\\\\\");x_r"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.design + " / " + row.region);
-        const std::string error = "Netlist of design \\\"" + row.shownDesign +
-                                  "\\\" refused: its file name \\\"" + row.shownFile +
-                                  ".net\\\" is not a plain name in the netlists folder";
-        EXPECT_EQ(received(netlistMessage(row.design, {region(row.region, "( a b )")})),
-                  (std::vector<std::string>{WorkspaceQuery, NetlistsQuery, shownError(error),
-                                            logged("Error: " + error)}));
+    for (const auto& [design, region, shownDesign, shownFile] : rows) {
+        SCOPED_TRACE(design + " / " + region);
+        Statements expected =
+            reported("Netlist of design \\\"" + shownDesign + "\\\" refused: its file name \\\"" +
+                     shownFile + ".net\\\" is not a plain name in the netlists folder");
+        expected.insert(expected.begin(), {WorkspaceQuery, NetlistsQuery});
+        EXPECT_EQ(receive(netlistMessage(design, {PluginTest::region(region, "( a b )")}), "/ws",
+                          netlists.toStdString()),
+                  expected);
     }
-    EXPECT_TRUE(QDir(netlistsFolder).isEmpty());
+    EXPECT_TRUE(QDir(netlists).isEmpty());
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
               QStringList{"workspace"});
 }
 
+// The netlists path is taken as the host gives it: a missing folder only
+// leaves the file unwritten.
 TEST_F(NetlistReceipt, NoRegionNoWorkspaceOrAFailingHostCreatesNothing)
 {
-    EXPECT_EQ(received(netlistMessage("d.sch", {})),
-              (std::vector<std::string>{WorkspaceQuery, NetlistsQuery}));
-    const std::string error = "LUMO project must be opened before receiving Mentor design netlist";
-    for (const bool hostFailsAll : {false, true}) {
-        SCOPED_TRACE(hostFailsAll ? "every statement fails" : "no workspace");
-        test.answerPaths(hostFailsAll ? std::optional<std::string>("/ws") : std::nullopt, netlists,
-                         hostFailsAll ? std::vector<std::string>{"mgclink_get_workspace_path",
-                                                                 "de_info", "fprintf"}
-                                      : std::vector<std::string>{});
-        EXPECT_EQ(received(netlistMessage("d.sch", {region("r", "n")})),
-                  (std::vector<std::string>{WorkspaceQuery, shownError(error),
-                                            logged("Error: " + error)}));
-    }
+    EXPECT_EQ(receive(netlistMessage("d.sch", {}), "/ws", here),
+              (Statements{WorkspaceQuery, NetlistsQuery}));
+    Statements shown =
+        reported("LUMO project must be opened before receiving Mentor design netlist");
+    shown.insert(shown.begin(), WorkspaceQuery);
+    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "n")}), std::nullopt, here), shown);
+    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "n")}), "/ws", here, HostFailsAll),
+              shown);
     EXPECT_TRUE(QDir(dir.path()).isEmpty());
-
-    test.answerPaths("/ws", netlists, {"mgclink_create_design"});
-    const std::string command = create("d_r", "d.sch", "r", 1);
-    EXPECT_EQ(received(netlistMessage("d.sch", {region("r", "(x y)")})).back(),
-              logged("Execute BRIO command failed: " + command));
+    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "(x y)")}), "/ws", here + "/missing",
+                      {"mgclink_create_design"})
+                  .back(),
+              logged("Execute BRIO command failed: " + create("d_r", "d.sch", "r", 1)));
+    EXPECT_TRUE(QDir(dir.path()).isEmpty());
 }
 
 // Fields: name, enabled, type, label, note, value, x, y.
@@ -185,99 +200,72 @@ std::string egsImport(const std::string& egsFile, const std::string& designPath 
            designPath + "'');";
 }
 
-class EmDataReceipt : public PluginTest
+class EmDataReceipt : public Receipt
 {
 protected:
     void SetUp() override
     {
-        PluginTest::SetUp();
-        test.server().GetOptions().general().set_option(Tessel::OptionName::TargetLib, "rflib",
-                                                        QString());
-    }
-    void TearDown() override
-    {
-        test.server().GetOptions().general().clear_options();
-        PluginTest::TearDown();
-    }
-
-    // The statements that receiving `content` ran, the host answering `workspace`.
-    std::vector<std::string> receive(const MessageContent& content,
-                                     std::optional<std::string> workspace,
-                                     std::vector<std::string> failing = {})
-    {
-        test.answerPaths(std::move(workspace), std::nullopt, std::move(failing));
-        return received(content);
+        Receipt::SetUp();
+        setGeneral("rflib");
     }
 };
 
-// A disabled port is added all the same; failures are neither reported nor stop.
+// A disabled port is added all the same; failures are neither reported nor
+// stop. A port type outside the map (flagged or absent) ends the handler.
 TEST_F(EmDataReceipt, ImportsTheFirstRegionThenAddsEveryPortWhateverTheHostAnswers)
 {
-    for (const std::vector<std::string>& failing : std::vector<std::vector<std::string>>{
-             {}, {"mgclink_import_egs_file", "mgclink_add_port_to_fathom_view"}}) {
-        SCOPED_TRACE(failing.size());
+    const Statements imported = {
+        WorkspaceQuery, host(egsImport("C:/ws/proj_wrk/genFathom_a")),
+        host("mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",0,1.5,90);")};
+    for (const Statements& failing :
+         {Statements{}, Statements{"mgclink_import_egs_file", "mgclink_add_port_to_fathom_view"}}) {
+        Statements expected = imported;
+        expected.push_back(host("mgclink_add_port_to_fathom_view(\"P\"2\",2,\"external\",-2.5,"
+                                "1e+07,0.00123457);"));
         EXPECT_EQ(receive(emMessage({emPort("P1", 5, 0, 1.5, 90),
                                      emPort("P\"2", 7, -2.5, 1e7, 0.001234567, 0)}),
-                          "C:\\ws\\proj_wrk", failing),
-                  (std::vector<std::string>{
-                      WorkspaceQuery, host(egsImport("C:/ws/proj_wrk/genFathom_a")),
-                      host("mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",0,1.5,90);"),
-                      host("mgclink_add_port_to_fathom_view(\"P\"2\",2,\"external\",-2.5,1e+07,"
-                           "0.00123457);")}));
+                          "C:\\ws\\proj_wrk", {}, failing),
+                  expected);
+    }
+    for (const int type : {6, 99}) {
+        SCOPED_TRACE(type);
+        Statements expected = imported;
+        expected.push_back(logged("Exception detected in OnReceive()"));
+        EXPECT_EQ(receive(emMessage({emPort("P1", 5, 0, 1.5, 90), emPort("P2", type, 4, 5, 6),
+                                     emPort("P3", 7, 7, 8, 9)}),
+                          "C:\\ws\\proj_wrk"),
+                  expected);
     }
 }
 
-// Relative names land in the test's own working directory.
+// Relative names land in the test's own working directory; without ports the
+// file is written and imported only, the design path passed as it stands.
 TEST_F(EmDataReceipt, TheEgsFileIsWrittenWithASeparatorThatDependsOnASlash)
 {
-    const std::vector<std::pair<std::string, std::string>> rows = {
-        {"C:", "C:\\genFathom_a"},
-        {"C:\\ws", "C:/ws/genFathom_a"},
-        {dir.path().toStdString(), dir.path().toStdString() + "/genFathom_a"},
-    };
-    // No ports: written and imported only, the design path passed as it stands.
     MessageContent content = emMessage({});
     content.document->path = "C:\\designs\\a'mp";
     testing::internal::CaptureStderr();
-    for (const auto& [workspace, egsFile] : rows) {
+    for (const auto& [workspace, egsFile] :
+         {std::pair<std::string, std::string>("C:", "C:\\genFathom_a"),
+          std::pair<std::string, std::string>("C:\\ws", "C:/ws/genFathom_a"),
+          std::pair<std::string, std::string>(here, here + "/genFathom_a")}) {
         SCOPED_TRACE(workspace);
         EXPECT_EQ(receive(content, workspace),
-                  (std::vector<std::string>{WorkspaceQuery,
-                                            host(egsImport(egsFile, "C:\\designs\\a'mp"))}));
+                  (Statements{WorkspaceQuery, host(egsImport(egsFile, "C:\\designs\\a'mp"))}));
     }
     EXPECT_NE(testing::internal::GetCapturedStderr().find(
                   "brio command: " + egsImport("C:\\genFathom_a", "C:\\designs\\a'mp") + "\n"),
               std::string::npos);
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files),
               (QStringList{"C:\\genFathom_a", "genFathom_a"}));
-    EXPECT_EQ(fileContent(rows.back().second), "EGS \"data\"\nof lna\n");
-}
+    EXPECT_EQ(fileContent(here + "/genFathom_a"), "EGS \"data\"\nof lna\n");
 
-TEST_F(EmDataReceipt, NoWorkspaceOrNoRegionDropsTheMessageSilently)
-{
-    MessageContent noRegions = emMessage({});
-    noRegions.document->regions.clear();
-    const MessageContent onePort = emMessage({emPort("P1", 5, 0, 0, 0)});
-    const std::vector<std::string> queryOnly = {WorkspaceQuery};
-    EXPECT_EQ(receive(onePort, std::nullopt), queryOnly);
-    EXPECT_EQ(receive(onePort, "/ws", {"mgclink_get_workspace_path", "de_info", "fprintf"}),
-              queryOnly);
-    EXPECT_EQ(receive(noRegions, dir.path().toStdString()), queryOnly);
-    EXPECT_TRUE(QDir(dir.path()).isEmpty());
-}
-
-TEST_F(EmDataReceipt, APortTypeOutsideTheMapEndsTheHandlerAfterTheEarlierPorts)
-{
-    for (const int type : {6, 99}) { // flagged, absent
-        SCOPED_TRACE(type);
-        EXPECT_EQ(receive(emMessage({emPort("P1", 5, 1, 2, 3), emPort("P2", type, 4, 5, 6),
-                                     emPort("P3", 7, 7, 8, 9)}),
-                          "C:\\ws\\proj_wrk"),
-                  (std::vector<std::string>{
-                      WorkspaceQuery, host(egsImport("C:/ws/proj_wrk/genFathom_a")),
-                      host("mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",1,2,3);"),
-                      logged("Exception detected in OnReceive()")}));
-    }
+    content.document->regions.clear();
+    EXPECT_EQ(receive(content, "/ws"), Statements{WorkspaceQuery}) << "no region";
+    EXPECT_EQ(receive(emMessage({emPort("P1", 5, 0, 0, 0)}), std::nullopt),
+              Statements{WorkspaceQuery});
+    EXPECT_EQ(receive(emMessage({emPort("P1", 5, 0, 0, 0)}), "/ws", {}, HostFailsAll),
+              Statements{WorkspaceQuery});
 }
 
 RFMsgExp::MessageContent iffMessage(std::string text, int regions = 1)
@@ -285,26 +273,9 @@ RFMsgExp::MessageContent iffMessage(std::string text, int regions = 1)
     return PluginTest::message(222, std::vector(regions, PluginTest::region("r")), std::move(text));
 }
 
-class IffReceipt : public PluginTest
+class IffReceipt : public Receipt
 {
 protected:
-    void TearDown() override
-    {
-        test.server().GetOptions().general().clear_options();
-        PluginTest::TearDown();
-    }
-
-    // An absent value leaves the option out of the set.
-    void setGeneral(std::optional<QString> targetLibrary, std::optional<QString> overwrite)
-    {
-        Tessel::GeneralOptions& general = test.server().GetOptions().general();
-        general.clear_options();
-        if (targetLibrary)
-            general.set_option(Tessel::OptionName::TargetLib, *targetLibrary, QString());
-        if (overwrite)
-            general.set_option(Tessel::OptionName::OverwriteDesigns, *overwrite, QString());
-    }
-
     std::string import(const std::string& library, const std::string& overwrite) const
     {
         return host("mgclink_import_iff_file(\"" + library + "\", \"" + temporaryFile + "\", \"" +
@@ -314,62 +285,44 @@ protected:
     const std::string temporaryFile = file("mgcLayoutTmp.iff");
 };
 
+// Given with backslashes, the workspace path still names the test's directory.
 TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfresh)
 {
-    // Given with backslashes, the path still names the test's directory.
-    std::string backslashed = dir.path().toStdString();
+    std::string backslashed = here;
     std::replace(backslashed.begin(), backslashed.end(), '/', '\\');
-    test.answerPaths(backslashed, std::nullopt);
-    struct Row
-    {
-        std::optional<QString> targetLibrary, overwrite;
-        std::string text, library, flag;
-    };
-    const std::vector<Row> rows = {
-        {"rflib", "True", "HEADER \"q\" C:\\lib\nline two without an end", "rflib", "TRUE"},
-        {"rflib", std::nullopt, "text", "rflib", "FALSE"},
-        {std::nullopt, "false", "", "", "FALSE"},
-        {"a \"b\"", "true", "y", "a \"b\"", "TRUE"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.library + " / " + row.flag);
-        setGeneral(row.targetLibrary, row.overwrite);
-        EXPECT_EQ(received(iffMessage(row.text, 2)),
-                  (std::vector<std::string>{WorkspaceQuery, import(row.library, row.flag)}));
-        EXPECT_EQ(fileContent(temporaryFile), row.text);
+    // target library, overwrite, text, the library and flag imported
+    const std::tuple<std::optional<QString>, std::optional<QString>, std::string, std::string,
+                     std::string>
+        rows[] = {
+            {"rflib", "True", "HEADER \"q\" C:\\lib\nline two without an end", "rflib", "TRUE"},
+            {"rflib", std::nullopt, "text", "rflib", "FALSE"},
+            {std::nullopt, "false", "", "", "FALSE"},
+            {"a \"b\"", "true", "y", "a \"b\"", "TRUE"},
+        };
+    for (const auto& [targetLibrary, overwrite, text, library, flag] : rows) {
+        SCOPED_TRACE(library + " / " + flag);
+        setGeneral(targetLibrary, overwrite);
+        EXPECT_EQ(receive(iffMessage(text, 2), backslashed),
+                  (Statements{WorkspaceQuery, import(library, flag)}));
+        EXPECT_EQ(fileContent(temporaryFile), text);
     }
 }
 
+// Only the failed import leaves the file.
 TEST_F(IffReceipt, AMissingRegionIsLoggedTheOtherFailuresShown)
 {
     setGeneral("rflib", "true");
-    const std::string workspace = dir.path().toStdString();
-    const std::string noWorkspace = "No workspace is open - unable to import IFF data";
-    const std::vector<std::string> noWorkspaceShown = {WorkspaceQuery, shownError(noWorkspace),
-                                                       logged("Error: " + noWorkspace)};
-    struct Row
-    {
-        int regions;
-        std::optional<std::string> workspace;
-        std::vector<std::string> failing, statements;
-    };
-    const std::vector<Row> rows = {
-        {0, workspace, {}, {logged("No RF Regions found in IFF message")}},
-        {1, std::nullopt, {}, noWorkspaceShown},
-        {1, workspace, {"mgclink_get_workspace_path", "de_info", "fprintf"}, noWorkspaceShown},
-        {1,
-         workspace,
-         {"mgclink_import_iff_file"},
-         {WorkspaceQuery, import("rflib", "TRUE"), shownError("IFF import failed"),
-          logged("Error: IFF import failed")}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.statements.back());
-        test.answerPaths(row.workspace, std::nullopt, row.failing);
-        EXPECT_EQ(received(iffMessage("IFF text", row.regions)), row.statements);
-        // Only the failed import leaves the file.
-        EXPECT_EQ(fileContent(temporaryFile).has_value(), row.statements.size() == 4);
-    }
+    Statements noWorkspace = reported("No workspace is open - unable to import IFF data");
+    noWorkspace.insert(noWorkspace.begin(), WorkspaceQuery);
+    EXPECT_EQ(receive(iffMessage("IFF text", 0), here),
+              Statements{logged("No RF Regions found in IFF message")});
+    EXPECT_EQ(receive(iffMessage("IFF text"), std::nullopt), noWorkspace);
+    EXPECT_EQ(receive(iffMessage("IFF text"), here, {}, HostFailsAll), noWorkspace);
+    EXPECT_FALSE(fileContent(temporaryFile));
+    Statements failed = reported("IFF import failed");
+    failed.insert(failed.begin(), {WorkspaceQuery, import("rflib", "TRUE")});
+    EXPECT_EQ(receive(iffMessage("IFF text"), here, {}, {"mgclink_import_iff_file"}), failed);
+    EXPECT_EQ(fileContent(temporaryFile), "IFF text");
 }
 
 } // namespace

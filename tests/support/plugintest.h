@@ -28,6 +28,14 @@ public:
     {
         return "CmdOp: de_info(\"Tessel Error: " + text + "\");";
     }
+    // An error as it is shown and then logged.
+    static std::vector<std::string> reported(const std::string& text)
+    {
+        return {shownError(text), logged("Error: " + text)};
+    }
+    // Every statement fails, the workspace query and the reports included.
+    static inline const std::vector<std::string> HostFailsAll = {"mgclink_get_workspace_path",
+                                                                 "de_info", "fprintf"};
     static inline const std::string WorkspaceQuery =
         "Tessel_Voc: mgcIntermediate=mgclink_get_workspace_path();";
     static inline const std::string NetlistsQuery =

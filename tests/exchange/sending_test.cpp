@@ -85,11 +85,10 @@ TEST_F(DesignSending, DesignSendGoesOnWithWhatItCouldRead)
 TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSchematic)
 {
     // The layout is not read when the schematic is missing.
-    const std::string error = "Unable to open schematic IFF file to send to Mentor: " + file("s1");
     EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l1", "L"), file("s1"), "d", "r", "p"}),
               std::nullopt);
     EXPECT_EQ(statements(),
-              (std::vector<std::string>{shownError(error), logged("Error: " + error)}));
+              reported("Unable to open schematic IFF file to send to Mentor: " + file("s1")));
     EXPECT_EQ(standardError, "Unable to open IFF file " + file("s1") + "\n");
 
     EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l2"), file("s2", "S"), "d", "r", "p"}),
@@ -113,35 +112,29 @@ using RFRegionRequests = PluginTest;
 // ignores its first two arguments and is never prepared.
 TEST_F(RFRegionRequests, EachRequestCarriesOnePropertyNamingTheRegion)
 {
-    struct Row
-    {
-        const char* command;
-        std::vector<BRIOValue> arguments;
-        std::string property, region;
-        int propertiesAtPrepare; // -1: not prepared
-    };
-    // clang-format off
-    const std::vector<Row> rows = {
+    // command, arguments, property, region, properties at Prepare (-1: not prepared)
+    const std::tuple<const char*, std::vector<BRIOValue>, std::string, std::string, int> rows[] = {
+        // clang-format off
         {"mgcconnect_netlist_command", {"design", "lna 1", "view", "path"}, "NETLIST_RFREGION", "lna 1", 1},
         {"mgcconnect_push_command", {"design", "cell", "C:\\r \"2\""}, "HIGLIGHT_RFREGION", "C:\\r \"2\"", -1},
         {"mgcconnect_send_push_into_message", {"design", "cell", "pa"}, "HIGLIGHT_RFREGION", "pa", -1},
+        // clang-format on
     };
-    // clang-format on
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.command);
+    for (const auto& [command, arguments, property, region, propertiesAtPrepare] : rows) {
+        SCOPED_TRACE(command);
         RFMsgExp::Testing::clearSentMessages(test.server());
-        test.call(row.command, row.arguments);
+        test.call(command, arguments);
         const std::vector<RFMsgExp::Testing::SentMessage> messages = sent();
         ASSERT_EQ(messages.size(), 1u);
         const RFMsgExp::MessageContent& content = messages.front().content;
         EXPECT_EQ(content.kind, 224);
         EXPECT_EQ(content.properties,
-                  (std::vector<std::pair<std::string, std::string>>{{row.property, row.region}}));
+                  (std::vector<std::pair<std::string, std::string>>{{property, region}}));
         EXPECT_EQ(content.text, "");
         EXPECT_FALSE(content.document.has_value());
         EXPECT_EQ(messages.front().target, "");
-        EXPECT_EQ(content.prepareCalls, row.propertiesAtPrepare < 0 ? 0 : 1);
-        EXPECT_EQ(content.propertiesAtPrepare, row.propertiesAtPrepare);
+        EXPECT_EQ(content.prepareCalls, propertiesAtPrepare < 0 ? 0 : 1);
+        EXPECT_EQ(content.propertiesAtPrepare, propertiesAtPrepare);
     }
     const long created = RFMsgExp::Testing::createdObjects();
     EXPECT_EQ(test.call("mgcconnect_instance_command"), 1);

@@ -1,4 +1,3 @@
-#include <set>
 #include <string>
 
 #include <QLocale>
@@ -6,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "fakehost.h"
-#include "options/generaloptions.h"
 #include "options/iffoptions.h"
 #include "options/optionnames.h"
 #include "options/options.h"
@@ -60,28 +57,6 @@ TEST(Options, TypedReadsAcceptOnlyTheirOwnSpellingAndGiveNeutralValuesOtherwise)
         EXPECT_EQ(records(options).size(), value ? 1u : 0u) << "a read inserted";
     }
     QLocale::setDefault(previous);
-}
-
-TEST(GeneralOptions, DefaultTargetLibraryIsTheFirstWritableLibraryInByteOrderExceptTheExcluded)
-{
-    const char* local = "Local_Components_lib";
-    // open libraries, excluded, expected
-    const std::tuple<std::set<std::string>, const char*, const char*> cases[] = {
-        {{"b_lib", local, "a_lib"}, local, "a_lib"},
-        {{"alpha", "Zed"}, "", "Zed"}, // upper case sorts first
-        {{local}, local, ""},
-        {{local, "rflib"}, "local_components_lib", local},          // the exclusion is exact
-        {{"Biblioth\xc3\xa8que", "z"}, "Biblioth\xc3\xa8que", "z"}, // taken as UTF-8
-    };
-    FakeHost host;
-    for (const auto& [open, excluded, expected] : cases) {
-        SCOPED_TRACE(excluded);
-        host.setLibraries(open);
-        Tessel::GeneralOptions options;
-        options.set_option(Tessel::OptionName::ExcludeLibrary, QString::fromUtf8(excluded),
-                           QString());
-        EXPECT_EQ(options.get_default_target_library(), expected);
-    }
 }
 
 // Rows run in order on one path, so each also shows that a write truncates.

@@ -59,51 +59,43 @@ TEST_F(DesignSending, OneMessageCarriesKindPropertiesInOrderAndBothTexts)
     unreleasedHandles = 1; // the layout send keeps its second argument's value
 }
 
-TEST_F(DesignSending, DesignSendGoesOnWithWhatItCouldRead)
+// The design send goes on with what it could read ("none", exactly, names no
+// layout); the layout send sends nothing when a file is missing, and shows
+// only a missing schematic, whose absence also leaves the layout unread.
+TEST_F(DesignSending, DesignSendGoesOnWithWhatItCouldReadLayoutSendStops)
 {
     file("None", "capitalised none is a file");
-    // clang-format off
-    const std::vector<std::array<std::string, 4>> rows = { // schematic, layout, body, standard error
-        {file("s", "S"), "none", "S\n", ""},
-        {file("s"), "None", "S\ncapitalised none is a file\n", ""},
-        {file("s0", ""), file("l0", ""), "\n\n", ""},
-        {file("missing"), file("l", "L"), "L\n", "Unable to open IFF file " + file("missing") + "\n"},
+    const std::string unreadable = "Unable to open IFF file ";
+    const std::string schematicError = "Unable to open schematic IFF file to send to Mentor: ";
+    // command, first and second file, body sent (empty: none), standard error
+    const std::array<std::string, 5> rows[] = {
+        // clang-format off
+        {"designsend", file("s", "S"), "none", "S\n", ""},
+        {"designsend", file("s"), "None", "S\ncapitalised none is a file\n", ""},
+        {"designsend", file("s0", ""), file("l0", ""), "\n\n", ""},
+        {"designsend", file("missing"), file("l", "L"), "L\n", unreadable + file("missing") + "\n"},
+        {"layoutsend", file("l", "L"), file("missing"), "", unreadable + file("missing") + "\n"},
+        {"layoutsend", file("missing"), file("s", "S"), "", unreadable + file("missing") + "\n"},
+        // clang-format on
     };
-    // clang-format on
-    for (const auto& [schematic, layout, body, error] : rows) {
-        SCOPED_TRACE(schematic + " + " + layout);
-        EXPECT_EQ(send("mgcconnect_designsend_command", {schematic, layout, "d", "r", "p"}), body);
+    for (const auto& [command, first, second, body, error] : rows) {
+        SCOPED_TRACE(command + " " + first + " + " + second);
+        const std::optional<std::string> sentBody =
+            send(("mgcconnect_" + command + "_command").c_str(), {first, second, "d", "r", "p"});
+        EXPECT_EQ(sentBody.value_or(""), body);
         EXPECT_EQ(standardError, error);
-        EXPECT_TRUE(statements().empty());
+        EXPECT_EQ(statements(), command == "layoutsend" && second == file("missing")
+                                    ? reported(schematicError + second)
+                                    : std::vector<std::string>{});
     }
-    // No schematic value: nothing is read or sent.
+    unreleasedHandles = 2; // the layout send keeps its second argument's value
+    // Refused values: no schematic value, nothing read or sent; no value kept.
     EXPECT_EQ(send("mgcconnect_designsend_command", {file("s"), "none", "d", "r", "p"}, 0),
               std::nullopt);
     EXPECT_EQ(standardError, "");
-}
-
-TEST_F(DesignSending, LayoutSendSendsNothingWhenAFileIsMissingButShowsOnlyTheSchematic)
-{
-    // The layout is not read when the schematic is missing.
-    EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l1", "L"), file("s1"), "d", "r", "p"}),
-              std::nullopt);
-    EXPECT_EQ(statements(),
-              reported("Unable to open schematic IFF file to send to Mentor: " + file("s1")));
-    EXPECT_EQ(standardError, "Unable to open IFF file " + file("s1") + "\n");
-
-    EXPECT_EQ(send("mgcconnect_layoutsend_command", {file("l2"), file("s2", "S"), "d", "r", "p"}),
-              std::nullopt);
-    EXPECT_TRUE(statements().empty());
-    EXPECT_EQ(standardError, "Unable to open IFF file " + file("l2") + "\n");
-    unreleasedHandles = 2;
-
-    // The value kept is the second one: refused, nothing is left unreleased.
-    const int handles = test.brio.liveHandles();
-    send("mgcconnect_layoutsend_command", {file("l2"), file("s2"), "d", "r", "p"}, 1);
-    EXPECT_EQ(test.brio.liveHandles(), handles);
-    EXPECT_EQ(standardError, "Unable to open IFF file (null)\n");
-    EXPECT_EQ(statements().at(0),
-              shownError("Unable to open schematic IFF file to send to Mentor: "));
+    send("mgcconnect_layoutsend_command", {file("l"), file("s"), "d", "r", "p"}, 1);
+    EXPECT_EQ(standardError, unreadable + "(null)\n");
+    EXPECT_EQ(statements(), reported(schematicError));
 }
 
 using RFRegionRequests = PluginTest;

@@ -55,8 +55,7 @@ class KivaSettingsDialogTest : public ::testing::Test
 protected:
     static void SetUpTestSuite()
     {
-        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-            qputenv("QT_QPA_PLATFORM", "offscreen");
+        qputenv("QT_QPA_PLATFORM", "offscreen");
         static int argc = 1;
         static char name[] = "kivasettingsdialog_test";
         static char* argv[] = {name, nullptr};
@@ -99,10 +98,7 @@ protected:
             result << comboBox()->itemText(i);
         return result;
     }
-    QString general(const char* name)
-    {
-        return options.general().get_option_value(QLatin1String(name));
-    }
+    QString general(const char* name) { return options.general().get_option_value(name); }
 
     FakeHost host;
     QTemporaryDir dir;

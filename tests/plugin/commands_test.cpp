@@ -73,12 +73,9 @@ TEST_F(Commands, AnArgumentOfTheWrongTypeOrMissingGivesNullAndFetchesNothing)
 
 TEST_F(Commands, InitializeShowsAStartErrorLogsTheStartAndReloadsTheOptions)
 {
-    // The options file is "./Tessel.opt", here in the test's directory.
-    const auto saveTargetLibrary = [](const QString& library) {
-        Tessel::TesselOptions saved;
-        saved.general().set_option(OptionName::TargetLib, library, QString());
-        ASSERT_TRUE(saved.save());
-    };
+    Tessel::TesselOptions saved; // the options file is "./Tessel.opt", in the test's directory
+    saved.general().set_option(OptionName::TargetLib, "saved", QString());
+    ASSERT_TRUE(saved.save());
     const std::string started = logged("Server started, hostname is " +
                                        std::string(test.server().GetMachineName().c_str()));
     QTcpServer busy; // a port the system picked, held by a listener of our own
@@ -98,7 +95,6 @@ TEST_F(Commands, InitializeShowsAStartErrorLogsTheStartAndReloadsTheOptions)
         << "the throw came before the options were read";
 
     test.brio.clearStatements();
-    saveTargetLibrary("saved");
     EXPECT_EQ(test.call("mgcconnect_initialize", {0, 0}), 1);
     EXPECT_EQ(statements(), std::vector<std::string>{started});
     EXPECT_NE(test.server().GetPort(), 0) << "the bridge is not listening";

@@ -33,9 +33,6 @@ public:
     {
         return {shownError(text), logged("Error: " + text)};
     }
-    // Every statement fails, the workspace query and the reports included.
-    static inline const std::vector<std::string> HostFailsAll = {"mgclink_get_workspace_path",
-                                                                 "de_info", "fprintf"};
     static inline const std::string WorkspaceQuery =
         "Tessel_Voc: mgcIntermediate=mgclink_get_workspace_path();";
     static inline const std::string NetlistsQuery =

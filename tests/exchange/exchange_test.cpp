@@ -147,13 +147,12 @@ TEST_F(NetlistReceipt, ANameThatLeavesTheNetlistsFolderIsRefusedOnceAndWritesNot
     };
     for (const auto& [design, region, shownDesign, shownFile] : rows) {
         SCOPED_TRACE(design + " / " + region);
-        Statements expected =
-            reported("Netlist of design \\\"" + shownDesign + "\\\" refused: its file name \\\"" +
-                     shownFile + ".net\\\" is not a plain name in the netlists folder");
-        expected.insert(expected.begin(), {WorkspaceQuery, NetlistsQuery});
         EXPECT_EQ(receive(netlistMessage(design, {PluginTest::region(region, "( a b )")}), "/ws",
                           netlists.toStdString()),
-                  expected);
+                  reported("Netlist of design \\\"" + shownDesign +
+                               "\\\" refused: its file name \\\"" + shownFile +
+                               ".net\\\" is not a plain name in the netlists folder",
+                           {WorkspaceQuery, NetlistsQuery}));
     }
     EXPECT_TRUE(QDir(netlists).isEmpty());
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
@@ -166,10 +165,9 @@ TEST_F(NetlistReceipt, NoRegionNoWorkspaceOrAFailingHostCreatesNothing)
 {
     EXPECT_EQ(receive(netlistMessage("d.sch", {}), "/ws", here),
               (Statements{WorkspaceQuery, NetlistsQuery}));
-    Statements shown =
-        reported("LUMO project must be opened before receiving Mentor design netlist");
-    shown.insert(shown.begin(), WorkspaceQuery);
-    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "n")}), std::nullopt, here), shown);
+    EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "n")}), std::nullopt, here),
+              reported("LUMO project must be opened before receiving Mentor design netlist",
+                       {WorkspaceQuery}));
     EXPECT_TRUE(QDir(dir.path()).isEmpty());
     EXPECT_EQ(receive(netlistMessage("d.sch", {region("r", "(x y)")}), "/ws", here + "/missing",
                       {"mgclink_create_design"})
@@ -311,15 +309,13 @@ TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfresh)
 TEST_F(IffReceipt, AMissingRegionIsLoggedTheOtherFailuresShown)
 {
     setGeneral("rflib", "true");
-    Statements noWorkspace = reported("No workspace is open - unable to import IFF data");
-    noWorkspace.insert(noWorkspace.begin(), WorkspaceQuery);
     EXPECT_EQ(receive(iffMessage("IFF text", 0), here),
               Statements{logged("No RF Regions found in IFF message")});
-    EXPECT_EQ(receive(iffMessage("IFF text"), std::nullopt), noWorkspace);
+    EXPECT_EQ(receive(iffMessage("IFF text"), std::nullopt),
+              reported("No workspace is open - unable to import IFF data", {WorkspaceQuery}));
     EXPECT_FALSE(fileContent(temporaryFile));
-    Statements failed = reported("IFF import failed");
-    failed.insert(failed.begin(), {WorkspaceQuery, import("rflib", "TRUE")});
-    EXPECT_EQ(receive(iffMessage("IFF text"), here, {}, {"mgclink_import_iff_file"}), failed);
+    EXPECT_EQ(receive(iffMessage("IFF text"), here, {}, {"mgclink_import_iff_file"}),
+              reported("IFF import failed", {WorkspaceQuery, import("rflib", "TRUE")}));
     EXPECT_EQ(fileContent(temporaryFile), "IFF text");
 }
 

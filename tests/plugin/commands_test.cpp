@@ -215,24 +215,7 @@ TEST_F(RunBrioCommand, PathQueriesAnswerThroughTheResultVariableOrGiveEmptyText)
     EXPECT_EQ(test.server().GetWorkspacePath(), "") << "a failed query must not read the variable";
 }
 
-using UserMessages = PluginTest;
 using TextFiles = PluginTest;
-
-// Errors and log lines, from either thread, are in every other test; an
-// information is shown and logged alike.
-TEST_F(UserMessages, AnInformationIsShownAndLoggedInCmdOp)
-{
-    ReportInfo("a \"b\"");
-    EXPECT_EQ(statements(), (std::vector<std::string>{"CmdOp: de_info(\"Tessel Info: a \"b\"\");",
-                                                      logged("Info: a \"b\"")}));
-}
-
-TEST(TextRewrites, EscapeQuotesPutsABackslashBeforeEachQuoteOnce)
-{
-    for (const auto& [text, escaped] : std::vector<std::pair<std::string, std::string>>{
-             {"", ""}, {"a\"b\"c", "a\\\"b\\\"c"}, {"\\\"", "\\\\\""}})
-        EXPECT_EQ(EscapeQuotes(text), escaped) << text;
-}
 
 // Line ends are kept as they are; the missing file and its standard-error
 // line are in the sending tests.

@@ -67,7 +67,6 @@ TEST_F(MessageReceipt, AHandledKindWithoutDocumentIsLoggedAndTheNextMessageHandl
     const std::string exception = logged("Exception detected in OnReceive()");
     const std::pair<int, std::vector<std::string>> rows[] = {
         {212, {WorkspaceQuery, NetlistsQuery, exception}},
-        {213, {WorkspaceQuery, exception}},
         {222, {exception}},
         {40, {logged("Message type eSys_Connect is ignored")}},
     };

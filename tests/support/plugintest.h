@@ -28,10 +28,12 @@ public:
     {
         return "CmdOp: de_info(\"Tessel Error: " + text + "\");";
     }
-    // An error as it is shown and then logged.
-    static std::vector<std::string> reported(const std::string& text)
+    // The statements `before`, then an error as it is shown and then logged.
+    static std::vector<std::string> reported(const std::string& text,
+                                             std::vector<std::string> before = {})
     {
-        return {shownError(text), logged("Error: " + text)};
+        before.insert(before.end(), {shownError(text), logged("Error: " + text)});
+        return before;
     }
     static inline const std::string WorkspaceQuery =
         "Tessel_Voc: mgcIntermediate=mgclink_get_workspace_path();";

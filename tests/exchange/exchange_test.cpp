@@ -14,6 +14,7 @@
 #include <array>
 
 #include <QDir>
+#include <QFile>
 #include <gtest/gtest.h>
 
 #include "options/optionnames.h"
@@ -60,7 +61,6 @@ protected:
 MessageContent netlistMessage(std::string designName, std::vector<RFMsgExp::RegionContent> regions)
 {
     MessageContent content = PluginTest::message(212, std::move(regions));
-    content.document->label = "a label";
     content.document->name = std::move(designName);
     content.document->path = "C:\\d\\p";
     return content;
@@ -188,7 +188,6 @@ MessageContent emMessage(std::vector<PortContent> ports)
         PluginTest::message(213, {PluginTest::region("lna", "netlist", std::move(ports)),
                                   PluginTest::region("pa", "", {emPort("Q1", 5, 1, 1, 1)})});
     content.document->label = "amp_top";
-    content.document->name = "amp_top.sch";
     content.document->path = "C:/designs/amp";
     content.document->regions[0].egs = "EGS \"data\"\nof lna\n";
     content.document->portTypes = {{5, 0, "internal"}, {6, 1, "flagged"}, {7, 0, "external"}};
@@ -283,7 +282,7 @@ protected:
 };
 
 // Given with backslashes, the workspace path still names the test's directory.
-TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfresh)
+TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfreshFailuresAreShown)
 {
     std::string backslashed = here;
     std::replace(backslashed.begin(), backslashed.end(), '/', '\\');
@@ -303,11 +302,9 @@ TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfresh)
                   (Statements{WorkspaceQuery, import(library, flag)}));
         EXPECT_EQ(fileContent(temporaryFile), text);
     }
-}
-
-// Only the failed import leaves the file.
-TEST_F(IffReceipt, AMissingRegionIsLoggedTheOtherFailuresShown)
-{
+    // A missing region is logged, the other failures shown; only the failed
+    // import leaves the file.
+    ASSERT_TRUE(QFile::remove(QString::fromStdString(temporaryFile)));
     setGeneral("rflib", "true");
     EXPECT_EQ(receive(iffMessage("IFF text", 0), here),
               Statements{logged("No RF Regions found in IFF message")});

@@ -17,11 +17,7 @@
 
 #include "optionstestsupport.h"
 
-using OptionsTestSupport::readFile;
-using OptionsTestSupport::Records;
-using OptionsTestSupport::records;
-using OptionsTestSupport::Sets;
-using OptionsTestSupport::sets;
+using namespace OptionsTestSupport;
 using Tessel::Options;
 using Tessel::TesselOptions;
 
@@ -201,7 +197,7 @@ TEST(Options, SetAppendsNewNamesAndReplacesValueAndTipInPlace)
     Options options;
     EXPECT_EQ(options.get_option_index(QStringLiteral("TargetLib")), -1);
     // clang-format off
-    OptionsTestSupport::setRecords(options, {{"b", "1", "tip b"}, {"TargetLib", "a_lib", "tip"},
+    setRecords(options, {{"b", "1", "tip b"}, {"TargetLib", "a_lib", "tip"},
         {"c", "3", ""}, {"TargetLib", "b_lib", ""}, {"targetlib", "c_lib", ""}});
     EXPECT_EQ(records(options), (Records{{"b", "1", "tip b"}, {"TargetLib", "b_lib", ""},
         {"c", "3", ""}, {"targetlib", "c_lib", ""}}));
@@ -255,9 +251,9 @@ TEST(IffOptions, LinesAreTheRecordsAsTheyStandWithASemicolonOnTheProjectListOnly
     for (const auto& [set, expected] : cases) {
         SCOPED_TRACE(expected);
         options.clear_options();
-        OptionsTestSupport::setRecords(options, set);
+        setRecords(options, set);
         EXPECT_TRUE(options.write_IFF_options_file(path));
-        EXPECT_EQ(OptionsTestSupport::readFile(path), QByteArray(expected));
+        EXPECT_EQ(readFile(path), QByteArray(expected));
     }
     for (const QString& unwritable : {dir.filePath(QStringLiteral("missing/iff.txt")), dir.path()})
         EXPECT_FALSE(options.write_IFF_options_file(unwritable)) << unwritable.toStdString();

@@ -199,20 +199,13 @@ std::string egsImport(const std::string& egsFile, const std::string& designPath 
            designPath + "'');";
 }
 
-class EmDataReceipt : public Receipt
-{
-protected:
-    void SetUp() override
-    {
-        Receipt::SetUp();
-        setGeneral("rflib");
-    }
-};
+using EmDataReceipt = Receipt;
 
 // A disabled port is added all the same; failures are neither reported nor
 // stop. A port type outside the map (flagged or absent) ends the handler.
 TEST_F(EmDataReceipt, ImportsTheFirstRegionThenAddsEveryPortWhateverTheHostAnswers)
 {
+    setGeneral("rflib");
     const Statements imported = {
         WorkspaceQuery, host(egsImport("C:/ws/proj_wrk/genFathom_a")),
         host("mgclink_add_port_to_fathom_view(\"P1\",1,\"internal\",0,1.5,90);")};
@@ -239,6 +232,7 @@ TEST_F(EmDataReceipt, ImportsTheFirstRegionThenAddsEveryPortWhateverTheHostAnswe
 // file is written and imported only, the design path passed as it stands.
 TEST_F(EmDataReceipt, TheEgsFileIsWrittenWithASeparatorThatDependsOnASlash)
 {
+    setGeneral("rflib");
     MessageContent content = emMessage({});
     content.document->path = "C:\\designs\\a'mp";
     testing::internal::CaptureStderr();
@@ -268,21 +262,16 @@ RFMsgExp::MessageContent iffMessage(std::string text, int regions = 1)
     return PluginTest::message(222, std::vector(regions, PluginTest::region("r")), std::move(text));
 }
 
-class IffReceipt : public Receipt
-{
-protected:
-    std::string import(const std::string& library, const std::string& overwrite) const
-    {
-        return host("mgclink_import_iff_file(\"" + library + "\", \"" + temporaryFile + "\", \"" +
-                    overwrite + "\");");
-    }
-
-    const std::string temporaryFile = file("mgcLayoutTmp.iff");
-};
+using IffReceipt = Receipt;
 
 // Given with backslashes, the workspace path still names the test's directory.
 TEST_F(IffReceipt, EachMessageReplacesTheFileWholeAndReadsTheOptionsAfreshFailuresAreShown)
 {
+    const std::string temporaryFile = file("mgcLayoutTmp.iff");
+    const auto import = [&](const std::string& library, const std::string& overwrite) {
+        return host("mgclink_import_iff_file(\"" + library + "\", \"" + temporaryFile + "\", \"" +
+                    overwrite + "\");");
+    };
     std::string backslashed = here;
     std::replace(backslashed.begin(), backslashed.end(), '/', '\\');
     // target library, overwrite, text, the library and flag imported

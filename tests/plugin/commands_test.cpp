@@ -2,7 +2,10 @@
 // their argument checks, what they do with refused fetches, and the connection,
 // start and option commands. Then what they build on: host statements run
 // directly on the main thread or through idle requests from any other, the two
-// path queries, user messages, log lines and the shared text file routines.
+// path queries, and the reading of text files.
+
+#include <cstdint>
+#include <ctime>
 
 #include <QDir>
 #include <QFile>
@@ -27,12 +30,7 @@ protected:
 
 // The commands that send: their number of string arguments, how many of their
 // values they keep, and whether they stop at a refused fetch and never answer.
-const struct
-{
-    const char* name;
-    int count, kept;
-    bool strict;
-} sends[] = {
+const std::tuple<const char*, int, int, bool> sends[] = {
     // clang-format off
     {"mgcconnect_send_push_into_message", 3, 0, true}, {"mgcconnect_netlist_command", 4, 0, false},
     {"mgcconnect_push_command", 3, 0, false}, {"mgcconnect_designsend_command", 5, 0, false},
@@ -44,8 +42,8 @@ TEST_F(Commands, AnArgumentOfTheWrongTypeOrMissingGivesNullAndFetchesNothing)
     const QString projects = options().iff().get_option_value(OptionName::ExportProjects);
     std::vector<std::pair<const char*, int>> commands = {{"mgcconnect_set_IFF_project_list", 1},
                                                          {"mgcconnect_write_IFF_options_file", 1}};
-    for (const auto& send : sends)
-        commands.emplace_back(send.name, send.count);
+    for (const auto& [name, count, kept, strict] : sends)
+        commands.emplace_back(name, count);
     for (const auto& [command, count] : commands) {
         // One too few, a number first, a real last.
         std::vector<std::vector<BRIOValue>> calls(3, std::vector<BRIOValue>(count, "file"));
@@ -121,6 +119,14 @@ TEST_F(Commands, ConnectionQueriesMatchTheApplicationNameIgnoringCase)
     EXPECT_TRUE(statements().empty());
 }
 
+TEST_F(Commands, TimestampIsTheLowThirtyTwoBitsOfTheCurrentTime)
+{
+    const auto before = static_cast<std::uint32_t>(std::time(nullptr));
+    const auto stamp = std::uint32_t(test.call("mgcconnect_get_current_timestamp").value());
+    EXPECT_LE(before, stamp);
+    EXPECT_LE(stamp, static_cast<std::uint32_t>(std::time(nullptr)));
+}
+
 // The strict command keeps the values fetched before a refused one; the others
 // fetch every argument. A failed send is shown as a communication error.
 TEST_F(Commands, SendCommandsFetchEveryArgumentAndShowAFailedSend)
@@ -131,23 +137,22 @@ TEST_F(Commands, SendCommandsFetchEveryArgumentAndShowAFailedSend)
                   std::nullopt);
         unreleasedHandles += refused;
     }
-    EXPECT_TRUE(sent().empty());
     const std::vector<std::string> shown =
         reported("Problem with communications with Mentor - MGCC XServer Error, value is peer "
                  "went away");
     for (const bool failing : {false, true}) {
         if (failing)
             RFMsgExp::Testing::failSends(test.server(), "peer went away");
-        for (const auto& send : sends) {
-            SCOPED_TRACE(std::string(send.name) + (failing ? " failing" : ""));
+        for (const auto& [name, count, kept, strict] : sends) {
+            SCOPED_TRACE(std::string(name) + (failing ? " failing" : ""));
             test.brio.clearStatements();
             const int fetches = test.brio.getArgumentCalls();
-            EXPECT_EQ(test.call(send.name, std::vector<BRIOValue>(send.count, iff),
-                                failing || send.strict ? -1 : send.count - 1),
-                      send.strict ? std::nullopt : std::optional(1));
-            EXPECT_EQ(test.brio.getArgumentCalls() - fetches, send.count);
+            EXPECT_EQ(test.call(name, std::vector<BRIOValue>(count, iff),
+                                failing || strict ? -1 : count - 1),
+                      strict ? std::nullopt : std::optional(1));
+            EXPECT_EQ(test.brio.getArgumentCalls() - fetches, count);
             EXPECT_EQ(statements(), failing ? shown : std::vector<std::string>());
-            unreleasedHandles += send.kept;
+            unreleasedHandles += kept;
         }
     }
     EXPECT_EQ(sent().size(), 5u);
@@ -217,14 +222,17 @@ TEST_F(RunBrioCommand, PathQueriesAnswerThroughTheResultVariableOrGiveEmptyText)
 
 using TextFiles = PluginTest;
 
-// Line ends stay as they are, with one line feed more; a directory is no
-// file to read, and must not keep the reader going forever.
+// Line ends stay as they are, with one line feed more; the file may be
+// deleted after; a directory is no file to read, and must not keep the reader
+// going forever.
 TEST_F(TextFiles, ReadAppendsTheTextWithAnExtraLineFeedAndStopsAtADirectory)
 {
     std::string text = "kept:";
     ASSERT_TRUE(ReadTextFile(text, file("in \xc3\xbc.iff", "a\r\nb\n\n").c_str(), false));
+    ASSERT_TRUE(ReadTextFile(text, file("gone", "x").c_str(), true));
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(file("gone"))));
     ReadTextFile(text, dir.path().toStdString().c_str(), false);
-    EXPECT_EQ(text, "kept:a\r\nb\n\n\n");
+    EXPECT_EQ(text, "kept:a\r\nb\n\n\nx\n");
 }
 
 } // namespace

@@ -1,8 +1,6 @@
-// The entry points, each scenario in a fresh process: registration state is
-// process-wide and never undone.
+// The entry points. Registration state is process-wide and never undone, so
+// one test walks through it in order, in a program of its own.
 
-#include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
@@ -20,124 +18,68 @@ extern "C" int RegisterLibraryContents(PluginRegistry* registry);
 
 namespace {
 
-// Runs `scenario` in a child process with fresh plug-in state; the child's
-// failed expectations fail the test.
-template <typename Scenario> void inFreshProcess(Scenario scenario)
+// Only an interface of 1002 to 1999 creates the server (subtracting the lowest
+// version from the smallest integer would overflow); registering again keeps
+// the one server and registers the table again, and the host may refuse it.
+TEST(PluginEntry, RegistersForAnInterfaceOf1002To1999AndKeepsTheOneServer)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            scenario();
-            std::exit(testing::Test::HasFailure() ? 1 : 0);
-        },
-        testing::ExitedWithCode(0), "");
-}
-
-struct RegistrationCase
-{
-    const char* name;
-    bool interfaceFound;
-    int version;
-    const char* loadError; // null: accepted
-};
-
-class PluginEntryRegistration : public testing::TestWithParam<RegistrationCase>
-{
-};
-
-TEST_P(PluginEntryRegistration, CreatesTheServerOnlyForAnInterfaceOf1002To1999)
-{
-    const RegistrationCase row = GetParam();
-    inFreshProcess([row] {
-        FakeBRIO* brio = row.interfaceFound ? new FakeBRIO() : nullptr; // outlives the plug-in
-        if (brio)
-            brio->setVersion(row.version);
-        FakeRegistry registry(brio);
-        const int result = RegisterLibraryContents(&registry);
-        EXPECT_EQ(registry.lookups, std::vector<std::string>{"BRIO"});
-        EXPECT_EQ(PluginState::brio(), brio) << "interface pointer not kept";
-        EXPECT_EQ(PluginState::server() != nullptr, !row.loadError);
-        EXPECT_EQ(brio ? brio->registrations() : 0, row.loadError ? 0 : 1);
-        if (row.loadError) {
-            EXPECT_EQ(registry.loadErrors, std::vector<std::string>{row.loadError});
-            EXPECT_EQ(result, registry.loadErrorResult) << "the registry's result not passed on";
-        } else {
-            EXPECT_TRUE(registry.loadErrors.empty());
-        }
-    });
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Bounds, PluginEntryRegistration,
-    testing::Values(
-        RegistrationCase{"missing", false, 0, "Tessel plugin failed to load the BRIO interface"},
-        RegistrationCase{"below", true, 1001, "Tessel plugin found an incompatible BRIO interface"},
-        RegistrationCase{"lowest", true, 1002, nullptr},
-        RegistrationCase{"highest", true, 1999, nullptr},
-        RegistrationCase{"above", true, 2000, "Tessel plugin found an incompatible BRIO interface"},
-        // Subtracting the lowest version from these would overflow.
-        RegistrationCase{"smallestInt", true, std::numeric_limits<int>::min(),
-                         "Tessel plugin found an incompatible BRIO interface"},
-        RegistrationCase{"justAboveSmallestInt", true, std::numeric_limits<int>::min() + 1001,
-                         "Tessel plugin found an incompatible BRIO interface"},
-        RegistrationCase{"largestInt", true, std::numeric_limits<int>::max(),
-                         "Tessel plugin found an incompatible BRIO interface"}),
-    [](const testing::TestParamInfo<RegistrationCase>& info) {
-        return std::string(info.param.name);
-    });
-
-TEST(PluginEntry, ReRegistrationKeepsTheOneServerAndRegistersTheTableAgain)
-{
-    inFreshProcess([] {
-        EXPECT_EQ(GetLibraryVersion(), 100);
-        auto* brio = new FakeBRIO();
-        brio->setRegisterResult(false);
-        FakeRegistry registry(brio);
-        RegisterLibraryContents(&registry);
-        XServerLUMO* server = PluginState::server();
-        ASSERT_NE(server, nullptr);
-        EXPECT_FALSE(server->commandsRegistered()) << "the host refused the table";
-        EXPECT_TRUE(registry.loadErrors.empty()) << "a refused table is not reported";
-        brio->setRegisterResult(true);
-        RegisterLibraryContents(&registry);
-        EXPECT_EQ(PluginState::server(), server) << "a second server was created";
-        EXPECT_EQ(registry.lookups.size(), 2u);
-        EXPECT_EQ(brio->registrations(), 2);
-        EXPECT_TRUE(server->commandsRegistered());
-        EXPECT_EQ(GetLibraryVersion(), 100);
-
-        EXPECT_EQ(brio->registrationWords(), (std::vector<std::uint64_t>{0, 0, 0, 1}));
-        const BRIOLibraryBlock* block = brio->registeredBlock();
-        ASSERT_NE(block, nullptr);
-        EXPECT_STREQ(block->libraryName, "CmdOp");
-        EXPECT_STREQ(block->interfaceName, "BRIO");
+    EXPECT_EQ(GetLibraryVersion(), 100);
+    const char* incompatible = "Tessel plugin found an incompatible BRIO interface";
+    // interface found, its version, the load error
+    const std::tuple<bool, int, const char*> refused[] = {
         // clang-format off
-        const std::vector<std::string> expected = {
-            "mgcconnect_get_current_timestamp", "mgcconnect_send_push_into_message",
-            "mgcconnect_initialize", "mgcconnect_disconnect", "mgcconnect_show_connections",
-            "mgcconnect_netlist_command", "mgcconnect_instance_command",
-            "mgcconnect_update_command", "mgcconnect_push_command",
-            "mgcconnect_layoutsend_command", "mgcconnect_designsend_command",
-            "mgcconnect_is_connected_to_schematic", "mgcconnect_is_connected_to_layout",
-            "mgcconnect_set_IFF_project_list", "mgcconnect_write_IFF_options_file",
-            "mgcconnect_open_options_dialog"};
-        // clang-format on
-        ASSERT_EQ(block->commandCount, expected.size());
-        static_assert(sizeof(BRIOCommandRow) == 7 * 8, "a row is seven 64-bit words");
-        for (std::size_t i = 0; i < expected.size(); ++i) {
-            const BRIOCommandRow& row = block->commands[i];
-            EXPECT_EQ(row.name, expected[i]);
-            EXPECT_TRUE(row.function && !row.reserved0 && !row.reserved1 && !row.reserved2 &&
-                        !row.reserved3 && !row.reserved4)
-                << expected[i];
-        }
-        // Without an interface the next registration forgets the old one.
-        FakeRegistry empty(nullptr);
-        RegisterLibraryContents(&empty);
-        EXPECT_EQ(PluginState::brio(), nullptr);
-        EXPECT_EQ(PluginState::server(), server);
-        delete brio;
-    });
+        {false, 0, "Tessel plugin failed to load the BRIO interface"}, {true, 1001, incompatible},
+        {true, 2000, incompatible}, {true, std::numeric_limits<int>::min(), incompatible}};
+    // clang-format on
+    for (const auto& [interfaceFound, version, loadError] : refused) {
+        SCOPED_TRACE(version);
+        // The interfaces outlive the plug-in, which keeps a pointer to the last one.
+        FakeBRIO* brio = interfaceFound ? new FakeBRIO() : nullptr;
+        if (brio)
+            brio->setVersion(version);
+        FakeRegistry registry(brio);
+        EXPECT_EQ(RegisterLibraryContents(&registry), registry.loadErrorResult);
+        EXPECT_EQ(registry.lookups, std::vector<std::string>{"BRIO"});
+        EXPECT_EQ(registry.loadErrors, std::vector<std::string>{loadError});
+        EXPECT_EQ(PluginState::brio(), brio) << "interface pointer not kept";
+        EXPECT_EQ(PluginState::server(), nullptr);
+        EXPECT_EQ(brio ? brio->registrations() : 0, 0);
+    }
+
+    auto* brio = new FakeBRIO();
+    brio->setVersion(1002);
+    brio->setRegisterResult(false);
+    FakeRegistry registry(brio);
+    RegisterLibraryContents(&registry);
+    XServerLUMO* server = PluginState::server();
+    ASSERT_NE(server, nullptr);
+    EXPECT_FALSE(server->commandsRegistered()) << "the host refused the table";
+    EXPECT_TRUE(registry.loadErrors.empty()) << "a refused table is not reported";
+    brio->setVersion(1999);
+    brio->setRegisterResult(true);
+    RegisterLibraryContents(&registry);
+    EXPECT_EQ(PluginState::server(), server) << "a second server was created";
+    EXPECT_EQ(brio->registrations(), 2);
+    EXPECT_TRUE(server->commandsRegistered());
+
+    EXPECT_EQ(brio->registrationWords(), (std::vector<std::uint64_t>{0, 0, 0, 1}));
+    const BRIOLibraryBlock* block = brio->registeredBlock();
+    EXPECT_STREQ(block->libraryName, "CmdOp");
+    EXPECT_STREQ(block->interfaceName, "BRIO");
+    // The other tests call each command by its name in this table.
+    ASSERT_EQ(block->commandCount, 16u);
+    for (std::size_t i = 0; i < block->commandCount; ++i) {
+        const BRIOCommandRow& row = block->commands[i];
+        EXPECT_TRUE(row.function && !row.reserved0 && !row.reserved1 && !row.reserved2 &&
+                    !row.reserved3 && !row.reserved4)
+            << row.name;
+    }
+    EXPECT_STREQ(block->commands[15].name, "mgcconnect_open_options_dialog");
+    // Without an interface the next registration forgets the old one.
+    FakeRegistry empty(nullptr);
+    RegisterLibraryContents(&empty);
+    EXPECT_EQ(PluginState::brio(), nullptr);
+    EXPECT_EQ(PluginState::server(), server);
 }
 
 } // namespace

@@ -29,6 +29,5 @@ Sets sets(Tessel::TesselOptions& options);
 void setRecords(Tessel::Options& options, const Records& records);
 
 QByteArray readFile(const QString& path);
-void writeFile(const QString& path, const QByteArray& bytes);
 
 } // namespace OptionsTestSupport

@@ -1,9 +1,9 @@
 #include "plugintest.h"
 
 #include <fstream>
-#include <sstream>
 
 #include <QDir>
+#include <QFile>
 
 #include "server/xserverlumo.h"
 
@@ -49,6 +49,13 @@ RFMsgExp::RegionContent PluginTest::region(std::string name, std::string netlist
     return region;
 }
 
+std::vector<std::string> PluginTest::received(const RFMsgExp::MessageContent& content)
+{
+    test.brio.clearStatements();
+    test.receive(content);
+    return statements();
+}
+
 std::vector<RFMsgExp::Testing::SentMessage> PluginTest::sent()
 {
     return RFMsgExp::Testing::sentMessages(test.server());
@@ -65,10 +72,8 @@ std::string PluginTest::file(const std::string& name,
 
 std::optional<std::string> PluginTest::fileContent(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
+    return file.readAll().toStdString();
 }

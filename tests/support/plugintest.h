@@ -28,6 +28,13 @@ public:
     {
         return "CmdOp: de_info(\"Tessel Error: " + text + "\");";
     }
+    // The statements `before`, then an error as it is shown and then logged.
+    static std::vector<std::string> reported(const std::string& text,
+                                             std::vector<std::string> before = {})
+    {
+        before.insert(before.end(), {shownError(text), logged("Error: " + text)});
+        return before;
+    }
     static inline const std::string WorkspaceQuery =
         "Tessel_Voc: mgcIntermediate=mgclink_get_workspace_path();";
     static inline const std::string NetlistsQuery =
@@ -44,6 +51,8 @@ protected:
     void TearDown() override;
 
     std::vector<std::string> statements() { return test.statements(); }
+    // The statements that receiving a message holding `content` ran.
+    std::vector<std::string> received(const RFMsgExp::MessageContent& content);
     std::vector<RFMsgExp::Testing::SentMessage> sent();
     // The path of `name` in the test's directory, written with `content` if given.
     std::string file(const std::string& name,

@@ -1,8 +1,7 @@
 // OnReceive's dispatch by event kind, its guard against exceptions, and
 // OnError: all on a messaging thread, with the host's main thread performing.
-
-#include <string>
-#include <vector>
+// Then mgcconnect_show_connections: one mgclink_show_connected_servers
+// statement with the server's address, port, versions and the connected peers.
 
 #include <QDir>
 #include <gtest/gtest.h>
@@ -23,20 +22,14 @@ MessageContent messageOfKind(int kind)
         "mgclink_create_design(\"\", \"x\", \"x\", \"x\", \"x\", 0, NULL, 0);");
 }
 
-class MessageReceipt : public PluginTest
-{
-};
+using MessageReceipt = PluginTest;
+using ConnectionListing = PluginTest;
 
 TEST_F(MessageReceipt, EveryKindHasItsNameAndOnlyTheHandledOnesAreActedOn)
 {
-    struct Row
-    {
-        int kind;
-        const char* name;
-    };
     // The gaps of the protocol and anything beyond it have no name.
     // clang-format off
-    const std::vector<Row> rows = {
+    const std::pair<int, std::string> rows[] = {
         {0, "eSys_OnUndef"}, {10, "eSys_Info"}, {20, "eSys_Answer"}, {30, "eSys_OnClose"},
         {40, "eSys_Connect"}, {50, "eSys_Disconnect"}, {60, "eSys_Exit"}, {80, "eSys_Internal"},
         {90, "eSys_TuneOpt"}, {100, "eSys_TuneOptRsvS"}, {200, "eSys_TuneOptRsvE"},
@@ -54,18 +47,16 @@ TEST_F(MessageReceipt, EveryKindHasItsNameAndOnlyTheHandledOnesAreActedOn)
         {230, "unknown event type"}, {-1, "unknown event type"}, {2147483647, "unknown event type"},
     };
     // clang-format on
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.kind);
-        EXPECT_EQ(EventKindName(row.kind), row.name);
-        test.brio.clearStatements();
-        test.receive(messageOfKind(row.kind));
-        const std::vector<std::string> ran = statements();
-        if (row.kind == 212 || row.kind == 213 || row.kind == 222) {
-            // Their handlers ask for the workspace, which is unset here.
+    for (const auto& [kind, name] : rows) {
+        SCOPED_TRACE(kind);
+        EXPECT_EQ(EventKindName(kind), name);
+        const std::vector<std::string> ran = received(messageOfKind(kind));
+        // The handled kinds ask for the workspace, which is unset here.
+        if (kind == 212 || kind == 213 || kind == 222) {
             EXPECT_EQ(ran.at(0), WorkspaceQuery);
         } else {
-            EXPECT_EQ(ran, std::vector<std::string>{
-                               logged(std::string("Message type ") + row.name + " is ignored")});
+            EXPECT_EQ(ran,
+                      std::vector<std::string>{logged("Message type " + name + " is ignored")});
         }
     }
 }
@@ -74,34 +65,20 @@ TEST_F(MessageReceipt, AHandledKindWithoutDocumentIsLoggedAndTheNextMessageHandl
 {
     test.answerPaths(dir.path().toStdString(), dir.path().toStdString());
     const std::string exception = logged("Exception detected in OnReceive()");
-    struct Row
-    {
-        int kind;
-        std::vector<std::string> statements;
-    };
-    const std::vector<Row> rows = {
+    const std::pair<int, std::vector<std::string>> rows[] = {
         {212, {WorkspaceQuery, NetlistsQuery, exception}},
-        {213, {WorkspaceQuery, exception}},
         {222, {exception}},
         {40, {logged("Message type eSys_Connect is ignored")}},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.kind);
-        test.brio.clearStatements();
-        MessageContent content = messageOfKind(row.kind);
+    for (const auto& [kind, ran] : rows) {
+        SCOPED_TRACE(kind);
+        MessageContent content = messageOfKind(kind);
         content.document.reset();
-        test.receive(content);
-        EXPECT_EQ(statements(), row.statements);
+        EXPECT_EQ(received(content), ran);
     }
     EXPECT_TRUE(QDir(dir.path()).isEmpty());
 
     test.brio.clearStatements();
-    bool replied = true;
-    ASSERT_TRUE(test.runOnMessagingThread(
-        [&] { replied = static_cast<bool>(test.server().OnReceive({})); }));
-    EXPECT_FALSE(replied) << "a null message";
-    EXPECT_TRUE(statements().empty());
-
     // An exception of the messaging library (here from the host, on its own
     // thread) is logged and destroyed; the fixture counts the objects.
     test.brio.setEvaluator([](const std::string&, const std::string& text) -> bool {
@@ -115,19 +92,39 @@ TEST_F(MessageReceipt, AHandledKindWithoutDocumentIsLoggedAndTheNextMessageHandl
 
 TEST_F(MessageReceipt, ACommunicationErrorIsShownWithTheLibraryText)
 {
-    for (const std::string info : {"connection reset by peer 5000", "", "say \"no\""}) {
-        SCOPED_TRACE(info);
+    ASSERT_TRUE(test.runOnMessagingThread([&] {
+        RFMsgExp::IXException* error = RFMsgExp::IXException::Create("reset by \"peer\" 5000");
+        test.server().OnError(*error);
+        error->Destroy();
+    }));
+    EXPECT_EQ(statements(), reported("Problem with communications with Mentor - MGCC XServer "
+                                     "Error, value is reset by \"peer\" 5000"));
+}
+
+TEST_F(ConnectionListing, ListsThePeersWithALeadingComma)
+{
+    // The port unquoted, the host name and both versions quoted.
+    const std::string lead = "mgclink_show_connected_servers(\"" +
+                             std::string(test.server().GetMachineName().c_str()) +
+                             "\",0,\"390.001\", \"" + test.server().GetVersion().c_str() + "\",";
+    const std::pair<std::vector<RFMsgExp::Testing::Peer>, std::string> rows[] = {
+        {{}, "NULL"},
+        {{{"DXD", 1}, {"BSXE", 2}}, "list(,list(\"DXD\",1),list(\"BSXE\",2))"},
+        {{{"a \"q\" \\", -4}}, "list(,list(\"a \"q\" \\\",-4))"},
+    };
+    for (const auto& [peers, list] : rows) {
+        SCOPED_TRACE(list);
         test.brio.clearStatements();
-        ASSERT_TRUE(test.runOnMessagingThread([&] {
-            RFMsgExp::IXException* error = RFMsgExp::IXException::Create(info);
-            test.server().OnError(*error);
-            error->Destroy();
-        }));
-        const std::string text =
-            "Problem with communications with Mentor - MGCC XServer Error, value is " + info;
-        EXPECT_EQ(statements(),
-                  (std::vector<std::string>{shownError(text), logged("Error: " + text)}));
+        RFMsgExp::Testing::simulatePeers(test.server(), peers);
+        EXPECT_EQ(test.call("mgcconnect_show_connections"), std::nullopt);
+        EXPECT_EQ(statements(), std::vector<std::string>{host(lead + list + ");")});
     }
+    // An exception of the messaging library stops at the command, destroyed
+    // (the fixture counts the objects).
+    test.brio.setEvaluator([](const std::string&, const std::string&) -> bool {
+        throw RFMsgExp::IXException::Create("x");
+    });
+    EXPECT_EQ(test.call("mgcconnect_show_connections"), std::nullopt);
 }
 
 } // namespace

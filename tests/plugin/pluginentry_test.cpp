@@ -2,6 +2,7 @@
 // one test walks through it in order, in a program of its own.
 
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,13 @@ namespace {
 TEST(PluginEntry, RegistersForAnInterfaceOf1002To1999AndKeepsTheOneServer)
 {
     EXPECT_EQ(GetLibraryVersion(), 100);
+    // The interfaces outlive each registration: the plug-in keeps a pointer to the last one.
+    std::vector<std::unique_ptr<FakeBRIO>> interfaces;
+    const auto interface = [&](int version) {
+        interfaces.push_back(std::make_unique<FakeBRIO>());
+        interfaces.back()->setVersion(version);
+        return interfaces.back().get();
+    };
     const char* incompatible = "Tessel plugin found an incompatible BRIO interface";
     // interface found, its version, the load error
     const std::tuple<bool, int, const char*> refused[] = {
@@ -33,10 +41,7 @@ TEST(PluginEntry, RegistersForAnInterfaceOf1002To1999AndKeepsTheOneServer)
     // clang-format on
     for (const auto& [interfaceFound, version, loadError] : refused) {
         SCOPED_TRACE(version);
-        // The interfaces outlive the plug-in, which keeps a pointer to the last one.
-        FakeBRIO* brio = interfaceFound ? new FakeBRIO() : nullptr;
-        if (brio)
-            brio->setVersion(version);
+        FakeBRIO* brio = interfaceFound ? interface(version) : nullptr;
         FakeRegistry registry(brio);
         EXPECT_EQ(RegisterLibraryContents(&registry), registry.loadErrorResult);
         EXPECT_EQ(registry.lookups, std::vector<std::string>{"BRIO"});
@@ -46,8 +51,7 @@ TEST(PluginEntry, RegistersForAnInterfaceOf1002To1999AndKeepsTheOneServer)
         EXPECT_EQ(brio ? brio->registrations() : 0, 0);
     }
 
-    auto* brio = new FakeBRIO();
-    brio->setVersion(1002);
+    FakeBRIO* brio = interface(1002);
     brio->setRegisterResult(false);
     FakeRegistry registry(brio);
     RegisterLibraryContents(&registry);
